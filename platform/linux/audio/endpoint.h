@@ -1,0 +1,38 @@
+// An endpoint as the sound server describes it, its id and its mix format. Values only: nothing
+// here talks to the server.
+#pragma once
+
+#include <mmdeviceapi.h>
+#include <mmreg.h>
+
+#include <string>
+#include <string_view>
+
+#include <pulse/channelmap.h>
+#include <pulse/sample.h>
+
+namespace audio {
+
+struct Endpoint {
+    EDataFlow flow = eRender;
+    std::string name;        // the server's name of the sink or source, unique in its flow
+    std::string description; // for people, UTF-8
+    std::string source;      // what to record from: the source itself, or the sink's monitor
+    pa_sample_spec format{}; // the device's own; only rate and channels are used
+    pa_channel_map channels{};
+    bool pluggedIn = true; // false when the server knows that nothing is in the socket
+};
+
+// "render:<name>" or "capture:<name>": a name alone does not tell in which list to look it up.
+std::u16string EndpointId(const Endpoint& endpoint);
+
+// What the id says; false when it is none of ours. Whether such an endpoint exists is another
+// question.
+bool ParseEndpointId(LPCWSTR id, EDataFlow& flow, std::string& name);
+
+// 32-bit float in the device's own rate and channels.
+WAVEFORMATEXTENSIBLE MixFormat(const Endpoint& endpoint);
+
+std::u16string WideText(std::string_view utf8);
+
+} // namespace audio

@@ -1,0 +1,92 @@
+// One request and its response: what goes on the wire, when it counts as sent, and what comes back.
+// Knows nothing of handles or wide text.
+#pragma once
+
+#include "http/connection.h"
+#include "http/url.h"
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace http {
+
+enum class Method { Get, Post };
+
+// In milliseconds; 0 or less is no limit. What a request has that is never told others.
+struct TimeOuts {
+    int resolveMs = 0;
+    int connectMs = 60'000;
+    int sendMs = 30'000;    // without anything of the request going out
+    int receiveMs = 30'000; // without anything of the response coming in
+};
+
+// One thread at a time calls its operations and those of its connection. libcurl keeps its address.
+class Request {
+public:
+    Request(std::shared_ptr<Connection> connection, Method method, Address address);
+    ~Request();
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    bool IsUsable() const { return easy_ && headers_; }
+    void SetTimeOuts(const TimeOuts& timeOuts) { timeOuts_ = timeOuts; }
+    // Lines parted by CR LF. All of them are taken or none. Not after Send.
+    bool AddHeaders(std::string_view lines);
+
+    // Once for each request. True when the whole request is in the socket's hands, or the response
+    // came before that. `body` must stay valid until ReceiveHead has returned.
+    bool Send(const void* body, std::size_t bytes);
+    // True when the head of the final response is there.
+    bool ReceiveHead();
+    // The status of the final response; nothing before its head is there.
+    std::optional<long> Status() const;
+
+    // Waits until some of the body is there or it has ended; false when it broke off.
+    bool AwaitBody();
+    std::size_t Available() const { return received_.size() - taken_; }
+    std::size_t Take(void* buffer, std::size_t room);
+
+private:
+    enum class Stage { New, Sent, HeadReceived, Failed };
+
+    bool Dispatch();
+    bool Configure();
+    bool IsHandedOver() const;
+    bool FollowRedirects();
+    std::optional<Address> RedirectTarget() const;
+    bool Fail();
+    template <typename Condition>
+    bool DriveUntil(Condition reached, int quietLimitMs);
+    Clock::time_point QuietDeadline(int quietLimitMs) const;
+    void GiveUp(CURLcode result);
+    bool AppendHeader(const std::string& line);
+
+    static int BeforeWriting(void* request, char*, char*, int, int) noexcept;
+    static curl_socket_t OpenSocket(void* request, curlsocktype, curl_sockaddr* address) noexcept;
+    static std::size_t OnHeaderLine(char* line, std::size_t, std::size_t bytes,
+                                    void* request) noexcept;
+    static std::size_t OnBody(char* data, std::size_t, std::size_t bytes, void* request) noexcept;
+
+    std::shared_ptr<Connection> connection_;
+    Method method_;
+    Address address_; // changes with every redirect
+    TimeOuts timeOuts_;
+    HeaderList headers_;
+    EasyHandle easy_;
+
+    Stage stage_ = Stage::New;
+    const void* body_ = nullptr; // the caller's
+    std::size_t bodyBytes_ = 0;
+
+    TransferProgress progress_;
+    bool isWriting_ = false; // libcurl has begun to write this request
+    bool headComplete_ = false;
+    long status_ = 0;
+    std::string received_;  // of the body
+    std::size_t taken_ = 0; // of `received_`, by the caller
+};
+
+} // namespace http

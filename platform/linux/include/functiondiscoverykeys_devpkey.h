@@ -1,0 +1,7 @@
+// Property keys of devices.
+#pragma once
+
+#include <propidl.h>
+
+inline constexpr PROPERTYKEY PKEY_Device_FriendlyName{
+    {0xA45C254E, 0xDF1C, 0x4EFD, {0x80, 0x20, 0x67, 0xD1, 0x46, 0xA8, 0x50, 0xE0}}, 14};

@@ -1,0 +1,4 @@
+// Kernel streaming.
+#pragma once
+
+#include <unknwn.h>

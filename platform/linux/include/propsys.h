@@ -1,0 +1,4 @@
+// Property stores.
+#pragma once
+
+#include <propidl.h>

@@ -1,0 +1,67 @@
+// Sleeping, timer resolution and multimedia scheduling.
+#include <avrt.h>
+#include <timeapi.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <memory>
+
+#include <pthread.h>
+#include <sched.h>
+
+void Sleep(DWORD milliseconds) {
+    if (milliseconds == 0) {
+        sched_yield();
+        return;
+    }
+    timespec rest{static_cast<time_t>(milliseconds / 1000),
+                  static_cast<long>(milliseconds % 1000) * 1'000'000};
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
+    }
+}
+
+// The kernel's timers are finer than any period that can be asked for here.
+MMRESULT timeBeginPeriod(UINT /*periodMs*/) {
+    return TIMERR_NOERROR;
+}
+MMRESULT timeEndPeriod(UINT /*periodMs*/) {
+    return TIMERR_NOERROR;
+}
+
+namespace {
+
+// What the thread had before it joined a task, to go back to.
+struct FormerScheduling {
+    int policy = SCHED_OTHER;
+    sched_param parameters{};
+};
+
+} // namespace
+
+HANDLE AvSetMmThreadCharacteristicsW(LPCWSTR /*taskName*/, LPDWORD taskIndex) {
+    static std::atomic<DWORD> tasks{0};
+    auto former = std::make_unique<FormerScheduling>();
+    if (pthread_getschedparam(pthread_self(), &former->policy, &former->parameters) != 0) {
+        return nullptr;
+    }
+    // The lowest real-time priority: ahead of every ordinary thread, behind the sound server's own.
+    sched_param raised{};
+    raised.sched_priority = sched_get_priority_min(SCHED_RR);
+    if (pthread_setschedparam(pthread_self(), SCHED_RR | SCHED_RESET_ON_FORK, &raised) != 0) {
+        return nullptr;
+    }
+    if (taskIndex != nullptr) {
+        *taskIndex = ++tasks;
+    }
+    return former.release();
+}
+
+BOOL AvRevertMmThreadCharacteristics(HANDLE task) {
+    if (task == nullptr) {
+        return FALSE;
+    }
+    const std::unique_ptr<FormerScheduling> former(static_cast<FormerScheduling*>(task));
+    return pthread_setschedparam(pthread_self(), former->policy, &former->parameters) == 0;
+}

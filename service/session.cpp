@@ -1,0 +1,83 @@
+#include "session.h"
+
+#include "caption_text.h"
+
+#include <algorithm>
+
+namespace service {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Clients send nothing while nothing sounds, and then the decoder would never hear the pause that
+// ends an utterance. A gap this long is a pause and no delay of the network; from then on the
+// decoder hears silence instead.
+constexpr auto kPauseAfter = 150ms;
+// The utterance ends here even if the decoder still takes the silence for speech.
+constexpr auto kFinalAfter = 1000ms;
+
+} // namespace
+
+Session::Session(DecoderLease decoder, Conversation conversation)
+    : conversation_(std::move(conversation)), recognizer_(std::move(decoder)),
+      translator_(conversation_) {}
+
+std::vector<Caption> Session::Exchange(std::span<const std::int16_t> samples, Time now) {
+    std::vector<Caption> captions;
+    if (samples.empty()) {
+        captions = HearSilence(now);
+    } else {
+        captions = Hear(samples);
+        lastAudio_ = heardUntil_ = now;
+    }
+    AddPartial(captions);
+    return captions;
+}
+
+std::vector<Caption> Session::Finish() {
+    std::vector<Caption> captions;
+    if (recognizer_.InUtterance())
+        AddFinal(recognizer_.Finish(), captions);
+    return captions;
+}
+
+std::vector<Caption> Session::HearSilence(Time now) {
+    if (!recognizer_.InUtterance() || now - lastAudio_ < kPauseAfter)
+        return {};
+
+    const Time until = std::min(now, lastAudio_ + kFinalAfter);
+    const auto missing = std::chrono::duration_cast<std::chrono::milliseconds>(until - heardUntil_);
+    const std::vector<std::int16_t> silence(static_cast<std::size_t>(missing.count()) *
+                                            (kSampleRate / 1000));
+    heardUntil_ += missing;
+    std::vector<Caption> captions = Hear(silence);
+    if (until == now)
+        return captions;
+    std::ranges::move(Finish(), std::back_inserter(captions));
+    return captions;
+}
+
+std::vector<Caption> Session::Hear(std::span<const std::int16_t> samples) {
+    std::vector<Caption> captions;
+    for (const std::string& words : recognizer_.Hear(samples))
+        AddFinal(words, captions);
+    return captions;
+}
+
+void Session::AddFinal(const std::string& words, std::vector<Caption>& captions) {
+    partialWords_.clear();
+    const std::string original = Presentable(SpellEnglish(words));
+    if (!original.empty()) // noise that the decoder found no words in
+        captions.push_back({original, translator_.Translate(original), true});
+}
+
+void Session::AddPartial(std::vector<Caption>& captions) {
+    const std::string words = recognizer_.WordsSoFar();
+    if (words.empty() || words == partialWords_)
+        return;
+    partialWords_ = words;
+    const std::string original = Presentable(SpellEnglish(words));
+    captions.push_back({original, translator_.Translate(original), false});
+}
+
+} // namespace service

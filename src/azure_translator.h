@@ -1,0 +1,131 @@
+// The client of the translation service: one session over HTTPS, audio out and results back. Knows
+// the wire protocol and the platform's HTTP; nothing of windows and devices.
+#pragma once
+
+#include "audio_queue.h"
+#include "wide_text.h"
+
+#include <windows.h>
+
+#include <winhttp.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+// One result of the service.
+struct TranslationResult {
+    WideString original;   // recognised in the spoken language
+    WideString translated; // its translation
+    bool isFinal = false;  // complete; a partial is replaced by the next result
+    WideString sourceLang; // code of the spoken language
+    WideString targetLang; // code of the translation's language
+};
+
+// An owned WinHTTP handle.
+class InternetHandle {
+public:
+    InternetHandle() = default;
+    explicit InternetHandle(HINTERNET handle) : handle_(handle) {}
+    ~InternetHandle() { Reset(); }
+    InternetHandle(InternetHandle&& other) noexcept
+        : handle_(std::exchange(other.handle_, nullptr)) {}
+    InternetHandle& operator=(InternetHandle&& other) noexcept {
+        if (this != &other) {
+            Reset();
+            handle_ = std::exchange(other.handle_, nullptr);
+        }
+        return *this;
+    }
+
+    explicit operator bool() const { return handle_ != nullptr; }
+    HINTERNET get() const { return handle_; }
+    void Reset() {
+        if (HINTERNET handle = std::exchange(handle_, nullptr); handle != nullptr) {
+            WinHttpCloseHandle(handle);
+        }
+    }
+
+private:
+    HINTERNET handle_ = nullptr;
+};
+
+// Serves one session: Configure, Start, Stop, in this order and each once.
+//
+// Configure, Start, CheckKey and Stop are called one after the other, Start and those behind it on
+// a thread that may block: each waits for the service. PushAudio is called by capture threads at
+// any time. The callbacks run on the exchange thread, but for the errors of Start, which come from
+// within it; they must not block for long and must not call Stop, which waits for that thread.
+class AzureTranslator {
+public:
+    using ResultCallback = std::function<void(const TranslationResult&)>;
+    using ErrorCallback = std::function<void(const WideString&)>;
+
+    AzureTranslator();
+    ~AzureTranslator();
+    AzureTranslator(const AzureTranslator&) = delete;
+    AzureTranslator& operator=(const AzureTranslator&) = delete;
+
+    // No network work. Either callback may be empty.
+    void Configure(const WideString& accessKey, const WideString& langA, const WideString& langATgt,
+                   const WideString& langB, const WideString& langBTgt, ResultCallback onResult,
+                   ErrorCallback onError);
+
+    // Opens a session. True when it runs; when not, the error callback may have told why.
+    bool Start();
+
+    // Asks the service about the access key, while no session runs. When it is not accepted,
+    // `reason` becomes an error word; else `reason` stays as it is.
+    bool CheckKey(WideString& reason);
+
+    // Ends the session, if one runs, after the request in flight. Harmless at any other time.
+    void Stop();
+
+    // Takes a copy of `bytes` bytes of service audio; dropped when no session runs. Never waits for
+    // the network. Beyond ten minutes of waiting audio the oldest goes.
+    void PushAudio(const std::uint8_t* data, std::uint32_t bytes);
+
+private:
+    void ExchangeLoop();
+    bool HandleExchange(DWORD status, const std::string& response);
+    void DispatchResults(const std::string& response);
+    void EndByService(const WideString& error);
+    void PostSessionStop();
+
+    void OpenConnection();
+    void CloseConnection();
+    DWORD HttpRequest(const WideString& method, const WideString& path, const std::string& body,
+                      std::string& response);
+
+    // Fixed from Configure on.
+    WideString host_;
+    std::uint16_t port_ = 443;
+    bool https_ = true;
+
+    // Both null or both valid. The connection stays up between requests. Used by one thread at a
+    // time: the caller of Start, then the exchange thread, then whoever joined it.
+    InternetHandle hSession_;
+    InternetHandle hConnect_;
+
+    // Fixed from Configure on, sessionId_ from Start on.
+    WideString accessKey_;
+    WideString machineId_;
+    WideString osVersion_;
+    WideString clientVersion_;
+    WideString langA_;
+    WideString langATgt_;
+    WideString langB_;
+    WideString langBTgt_;
+    ResultCallback onResult_;
+    ErrorCallback onError_;
+    WideString sessionId_;
+
+    std::atomic<bool> running_{false}; // a session is live; the one signal between the threads
+    std::mutex audioMutex_;  // guards audioBuffer_; held for one copy, never for a request
+    AudioQueue audioBuffer_; // not yet sent, oldest first
+    std::thread thread_;     // runs ExchangeLoop
+};

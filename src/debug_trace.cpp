@@ -1,0 +1,48 @@
+#include "debug_trace.h"
+
+#include "wide_text.h"
+
+#include <cstdio>
+
+void TraceText(const WCHAR* text) {
+    OutputDebugStringW(text);
+    // "%s" of the wide printf is a narrow string for one of our compilers; this is what it means.
+    fputws(text, stderr);
+    std::fflush(stderr);
+}
+
+void DebugTrace(const WCHAR* format, ...) {
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    WCHAR stamp[32];
+    FormatWide(stamp, std::size(stamp), TEXT("[%02d:%02d:%02d.%03d] "), now.wHour, now.wMinute,
+               now.wSecond, now.wMilliseconds);
+
+    WCHAR text[1024];
+    std::va_list arguments;
+    va_start(arguments, format);
+    FormatWideV(text, std::size(text), format, arguments);
+    va_end(arguments);
+
+    WCHAR line[1100];
+    FormatWide(line, std::size(line), TEXT("%s%s"), stamp, text);
+    TraceText(line);
+}
+
+void AudioTrace(const WCHAR* format, ...) {
+    WCHAR text[512];
+    std::va_list arguments;
+    va_start(arguments, format);
+    FormatWideV(text, std::size(text), format, arguments);
+    va_end(arguments);
+    TraceText(text);
+}
+
+void ProxyTrace(const WCHAR* format, ...) {
+    WCHAR text[1024];
+    std::va_list arguments;
+    va_start(arguments, format);
+    FormatWideV(text, std::size(text), format, arguments);
+    va_end(arguments);
+    TraceText(text);
+}

@@ -1,0 +1,5 @@
+#include "service_url.h"
+
+WideString ServiceUrl() {
+    return TEXT(KELVARIN_SERVICE_URL);
+}

@@ -1,0 +1,129 @@
+#include "accounts.h"
+
+#include "file_descriptor.h"
+#include "scratch_folder.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <thread>
+
+namespace service {
+namespace {
+
+TEST(AccountsTest, AKeyIsRefusedForTheReasonThatCountsMost) {
+    struct Case {
+        Account account;
+        Refusal refusal;
+    };
+    const std::array cases = {
+        Case{{"a", false, false, 1000, 999}, Refusal::None},
+        Case{{"a", false, false, 1000, 1000}, Refusal::QuotaExceeded},
+        Case{{"a", false, false, 1000, 1500}, Refusal::QuotaExceeded},
+        Case{{"a", false, true, 0, 1500}, Refusal::None},
+        Case{{"a", true, true, 0, 0}, Refusal::KeyDisabled},
+        Case{{"a", true, false, 0, 0}, Refusal::KeyDisabled},
+    };
+    for (const Case& sample : cases)
+        EXPECT_EQ(RefusalOf(sample.account), sample.refusal) << sample.account.usedMs;
+    EXPECT_EQ(RefusalOf(std::nullopt), Refusal::KeyNotFound);
+    EXPECT_EQ((Account{"a", false, false, 1000, 1500}.RemainingMs()), 0);
+}
+
+TEST(AccountsTest, ChangesMadeThroughOneConnectionAreSeenThroughAnother) {
+    const ScratchFolder folder;
+    Accounts service(folder / "accounts.db");
+    Accounts commandLine(folder / "accounts.db");
+
+    EXPECT_TRUE(commandLine.Add({"key", false, false, 1000, 0}));
+    EXPECT_FALSE(commandLine.Add({"key", false, true, 0, 0}));
+    EXPECT_TRUE(service.Charge("key", 1000));
+    EXPECT_EQ(RefusalOf(commandLine.Find("key")), Refusal::QuotaExceeded);
+    EXPECT_TRUE(commandLine.Grant("key", 500));
+    EXPECT_EQ(service.Find("key")->RemainingMs(), 500);
+    EXPECT_TRUE(commandLine.SetDisabled("key", true));
+    EXPECT_EQ(RefusalOf(service.Find("key")), Refusal::KeyDisabled);
+    EXPECT_TRUE(commandLine.SetDisabled("key", false));
+    EXPECT_TRUE(commandLine.GrantUnlimited("key"));
+    EXPECT_TRUE(service.Find("key")->unlimited);
+    EXPECT_EQ(service.List().size(), 1U);
+
+    EXPECT_FALSE(service.Find("' OR 1=1 --"));
+    EXPECT_FALSE(service.Find("KEY"));
+    EXPECT_FALSE(service.Grant("nobody", 1));
+    EXPECT_FALSE(service.SetDisabled("nobody", true));
+}
+
+TEST(AccountsTest, ChargesOfSeveralThreadsAllCount) {
+    const ScratchFolder folder;
+    Accounts accounts(folder / "accounts.db");
+    accounts.Add({"key", false, true, 0, 0});
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < 4; ++thread)
+            threads.emplace_back([&] {
+                for (int i = 0; i < 50; ++i)
+                    accounts.Charge("key", 3);
+            });
+    }
+    EXPECT_EQ(accounts.Find("key")->usedMs, 4 * 50 * 3);
+}
+
+TEST(AccountsTest, AKillInTheMiddleLosesNoChargeThatWasMade) {
+    const ScratchFolder folder;
+    { Accounts(folder / "accounts.db").Add({"key", false, true, 0, 0}); }
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const FileDescriptor reports(ends[0]);
+    FileDescriptor reporting(ends[1]);
+
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        Accounts accounts(folder / "accounts.db");
+        while (accounts.Charge("key", 1) && ::write(reporting.Get(), "x", 1) == 1) {
+        }
+        ::_exit(1);
+    }
+    reporting = FileDescriptor();
+    std::int64_t reported = 0;
+    for (char charge = 0; ::read(reports.Get(), &charge, 1) == 1;) {
+        if (++reported == 100)
+            ::kill(child, SIGKILL);
+    }
+    ::waitpid(child, nullptr, 0);
+
+    const std::int64_t used = Accounts(folder / "accounts.db").Find("key")->usedMs;
+    EXPECT_GE(reported, 100);
+    EXPECT_GE(used, reported);
+    EXPECT_LE(used, reported + 1); // charged, and killed before it could say so
+}
+
+TEST(AccountsTest, TheFileOfKeysIsReadableByItsOwnerAlone) {
+    const ScratchFolder folder;
+    Accounts accounts(folder / "accounts.db");
+    accounts.Add({"key", false, true, 0, 0});
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+        struct stat status {};
+        ASSERT_EQ(::stat(entry.path().c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, 0600U) << entry.path();
+    }
+    EXPECT_THROW(Accounts(folder / "missing/accounts.db"), std::runtime_error);
+}
+
+TEST(AccountsTest, OnlyKeysThatNeedNoEncodingCanBeMade) {
+    for (const std::string& key :
+         {std::string("a"), std::string("AZaz09-._~"), std::string(255, 'k')})
+        EXPECT_TRUE(IsUsableKey(key)) << key;
+    for (const std::string& key :
+         {std::string(), std::string(256, 'k'), std::string("a b"), std::string("a&b"),
+          std::string("a%41"), std::string("a+b"), std::string("a\"b"), std::string("é")})
+        EXPECT_FALSE(IsUsableKey(key)) << key;
+}
+
+} // namespace
+} // namespace service
