@@ -1,0 +1,66 @@
+# What the scripts share: where things are, saying what is done, and installing packages.
+# Sourced by bash scripts that have set -euo pipefail.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() { printf '\n==> %s\n' "$*"; }
+fail() {
+    printf '\nerror: %s\n' "$*" >&2
+    exit 1
+}
+
+# Runs a command as root: as it stands for root, by sudo for others.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        fail "this needs root or sudo: $*"
+    fi
+}
+
+# What each job needs of Debian, by package.
+build_packages=(
+    ca-certificates cmake g++ libcap2-bin libcpp-httplib-dev libcurl4-openssl-dev libpocketsphinx-dev
+    libpulse-dev libsphinxbase-dev libsqlite3-dev libssl-dev ninja-build nlohmann-json3-dev
+    pkg-config)
+service_packages=(
+    apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-spa-ita pocketsphinx-en-us)
+sound_packages=(pulseaudio pulseaudio-utils pocketsphinx-testdata)
+test_packages=(
+    googletest libbenchmark-dev libgtest-dev libsamplerate0-dev libspeexdsp-dev)
+windows_packages=(g++-mingw-w64-x86-64-posix googletest wine wine64)
+check_packages=(clang-format clang-tidy)
+
+# Installs those of the packages that are not there yet.
+install_packages() {
+    local missing=()
+    local package
+    for package in "$@"; do
+        if [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+            missing+=("$package")
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return
+    fi
+    say "Installing ${#missing[@]} packages: ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds a preset; what it prints is kept for the case that it fails.
+build() {
+    local preset=$1
+    local log=$root/build/$preset.log
+    shift
+    say "Building ($preset)"
+    mkdir -p "$root/build"
+    if ! (cd "$root" && cmake --preset "$preset" "$@" && cmake --build --preset "$preset") \
+        >"$log" 2>&1; then
+        tail -n 60 "$log" >&2
+        fail "the build of $preset failed; all it said is in build/$preset.log"
+    fi
+}
