@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 constexpr auto kPauseAfter = 150ms;
 // The utterance ends here even if the decoder still takes the silence for speech.
 constexpr auto kFinalAfter = 1000ms;
+// Words change faster than anybody reads, and each change costs a translation.
+constexpr auto kPartialEvery = 200ms;
 
 } // namespace
 
@@ -30,7 +32,7 @@ std::vector<Caption> Session::Exchange(std::span<const std::int16_t> samples, Ti
         captions = Hear(samples);
         lastAudio_ = heardUntil_ = now;
     }
-    AddPartial(captions);
+    AddPartial(now, captions);
     return captions;
 }
 
@@ -71,10 +73,13 @@ void Session::AddFinal(const std::string& words, std::vector<Caption>& captions)
         captions.push_back({original, translator_.Translate(original), true});
 }
 
-void Session::AddPartial(std::vector<Caption>& captions) {
+void Session::AddPartial(Time now, std::vector<Caption>& captions) {
+    if (now - lastPartial_ < kPartialEvery)
+        return;
     const std::string words = recognizer_.WordsSoFar();
     if (words.empty() || words == partialWords_)
         return;
+    lastPartial_ = now;
     partialWords_ = words;
     const std::string original = Presentable(SpellEnglish(words));
     captions.push_back({original, translator_.Translate(original), false});

@@ -39,12 +39,13 @@ private:
     std::vector<Caption> HearSilence(Time now);
     std::vector<Caption> Hear(std::span<const std::int16_t> samples);
     void AddFinal(const std::string& words, std::vector<Caption>& captions);
-    void AddPartial(std::vector<Caption>& captions);
+    void AddPartial(Time now, std::vector<Caption>& captions);
 
     Conversation conversation_;
     Recognizer recognizer_;
     Translator translator_;
     std::string partialWords_; // of the last partial given out
+    Time lastPartial_{};
     Time lastAudio_{};
     Time heardUntil_{}; // the moment up to which audio or silence in its place has been heard
 };

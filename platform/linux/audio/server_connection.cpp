@@ -45,22 +45,27 @@ bool IsPluggedIn(const Info& info) {
     return info.active_port == nullptr || info.active_port->available != PA_PORT_AVAILABLE_NO;
 }
 
+// Not every server gives every text.
+std::string Text(const char* text) {
+    return text != nullptr ? text : "";
+}
+
 void OnSink(pa_context* /*context*/, const pa_sink_info* info, int end, void* user) {
     if (end != 0) {
         return;
     }
     static_cast<std::vector<Endpoint>*>(user)->push_back(
-        {eRender, info->name, info->description, info->monitor_source_name, info->sample_spec,
-         info->channel_map, IsPluggedIn(*info)});
+        {eRender, Text(info->name), Text(info->description), Text(info->monitor_source_name),
+         info->sample_spec, info->channel_map, IsPluggedIn(*info)});
 }
 
 void OnSource(pa_context* /*context*/, const pa_source_info* info, int end, void* user) {
     if (end != 0 || info->monitor_of_sink != PA_INVALID_INDEX) {
         return;
     }
-    static_cast<std::vector<Endpoint>*>(user)->push_back({eCapture, info->name, info->description,
-                                                          info->name, info->sample_spec,
-                                                          info->channel_map, IsPluggedIn(*info)});
+    static_cast<std::vector<Endpoint>*>(user)->push_back(
+        {eCapture, Text(info->name), Text(info->description), Text(info->name), info->sample_spec,
+         info->channel_map, IsPluggedIn(*info)});
 }
 
 struct DefaultNames {
@@ -73,8 +78,8 @@ void OnServer(pa_context* /*context*/, const pa_server_info* info, void* user) {
         return;
     }
     auto* names = static_cast<DefaultNames*>(user);
-    names->sink = info->default_sink_name != nullptr ? info->default_sink_name : "";
-    names->source = info->default_source_name != nullptr ? info->default_source_name : "";
+    names->sink = Text(info->default_sink_name);
+    names->source = Text(info->default_source_name);
 }
 
 } // namespace

@@ -6,6 +6,6 @@
 using MMRESULT = UINT;
 constexpr MMRESULT TIMERR_NOERROR = 0;
 
-// The process's waits end on ticks of the finest period asked for; see Sleep. Calls pair up.
+// There is nothing to raise: the kernel's timers are finer than any period. Calls pair up.
 MMRESULT timeBeginPeriod(UINT periodMs);
 MMRESULT timeEndPeriod(UINT periodMs);
