@@ -36,7 +36,7 @@ using Memory = std::unique_ptr<BIO, ReleaseWith<BIO_free_all>>;
 using Extension = std::unique_ptr<X509_EXTENSION, ReleaseWith<X509_EXTENSION_free>>;
 
 constexpr long kDay = 24L * 60 * 60;
-constexpr long kValidity = 5 * 365 * kDay; // seconds
+constexpr long kValidity = 5L * 365 * kDay; // seconds
 constexpr long kRenewBefore = 30 * kDay;
 constexpr const char* kNames = "IP:127.0.0.1,DNS:localhost";
 
@@ -76,7 +76,7 @@ Certificate Sign(const Subject& subject, X509* issuer, EVP_PKEY* issuerKey) {
     Require(X509_set_version(made, X509_VERSION_3) == 1);
     SetSerial(made);
     // An hour back, for clocks that differ within the computer (a virtual machine's, say).
-    Require(X509_gmtime_adj(X509_getm_notBefore(made), -3600) != nullptr);
+    Require(X509_gmtime_adj(X509_getm_notBefore(made), -kDay / 24) != nullptr);
     Require(X509_gmtime_adj(X509_getm_notAfter(made), kValidity) != nullptr);
     X509_NAME* const name = X509_get_subject_name(made);
     Require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,

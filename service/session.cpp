@@ -13,8 +13,10 @@ using namespace std::chrono_literals;
 // ends an utterance. A gap this long is a pause and no delay of the network; from then on the
 // decoder hears silence instead.
 constexpr auto kPauseAfter = 150ms;
-// The utterance ends here even if the decoder still takes the silence for speech.
-constexpr auto kFinalAfter = 1000ms;
+// The utterance ends here, with as much silence as the decoder itself asks for: it would go on
+// taking the first of it for speech. A client that says for so long that it has nothing is in no
+// hiccup.
+constexpr auto kFinalAfter = 300ms;
 // Words change faster than anybody reads, and each change costs a translation.
 constexpr auto kPartialEvery = 200ms;
 

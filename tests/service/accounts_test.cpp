@@ -63,9 +63,9 @@ TEST(AccountsTest, ChargesOfSeveralThreadsAllCount) {
     Accounts accounts(folder / "accounts.db");
     accounts.Add({"key", false, true, 0, 0});
     {
-        std::vector<std::jthread> threads;
-        for (int thread = 0; thread < 4; ++thread)
-            threads.emplace_back([&] {
+        std::array<std::jthread, 4> threads;
+        for (std::jthread& thread : threads)
+            thread = std::jthread([&] {
                 for (int i = 0; i < 50; ++i)
                     accounts.Charge("key", 3);
             });

@@ -23,6 +23,7 @@ public:
     explicit Program(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), KELVARIN_SERVICE_PROGRAM);
         std::vector<char*> words;
+        words.reserve(arguments.size() + 1);
         for (std::string& argument : arguments)
             words.push_back(argument.data());
         words.push_back(nullptr);

@@ -3,6 +3,7 @@
 
 #include "recorded_speech.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace service {
@@ -63,13 +64,13 @@ TEST(SessionTest, RecordedSpeechBecomesCaptions) {
     std::vector<std::string> spoken;
     for (const Recording& recording : Recordings()) {
         client.Speak(recording.samples);
-        EXPECT_LE(client.SilenceUntilFinal(), 1100ms) << "a gap in the audio ended no utterance";
+        EXPECT_LE(client.SilenceUntilFinal(), 400ms) << "a gap in the audio ended no utterance";
         spoken.insert(spoken.end(), recording.words.begin(), recording.words.end());
     }
     ASSERT_EQ(spoken.size(), 71U);
     const std::size_t errors = WordErrors(spoken, client.FinalWords());
     RecordProperty("word_errors", static_cast<int>(errors));
-    EXPECT_LE(errors, 21U) << "of 71 words; it was 17 once";
+    EXPECT_LE(errors, 21U) << "of 71 words; it was 15 once";
 
     const Caption* last = nullptr;
     std::size_t partials = 0;
@@ -144,15 +145,15 @@ TEST(RecognizerTest, SpeechWithoutAPauseIsCutAndGoesOn) {
         std::span(recordings[0].samples).subspan(kSampleRate / 2, std::size_t{3} * kSampleRate / 2);
     DecoderPool pool(1);
     Recognizer recognizer(pool.Acquire());
-    std::vector<double> cutsAt; // seconds
-    for (double heard = 1.5; heard <= 15; heard += 1.5) {
+    std::vector<int> cutsAt; // pieces heard until then
+    for (int heard = 1; heard <= 10; ++heard) {
         for (const std::string& words : recognizer.Hear(piece)) {
             EXPECT_FALSE(words.empty());
             cutsAt.push_back(heard);
         }
     }
-    ASSERT_EQ(cutsAt.size(), 1U);
-    EXPECT_NEAR(cutsAt[0], 12, 1.6);
+    // 12 s are eight pieces, and the decoder takes a moment to notice that somebody speaks.
+    EXPECT_THAT(cutsAt, testing::ElementsAre(testing::AnyOf(8, 9)));
     EXPECT_TRUE(recognizer.InUtterance());
 }
 

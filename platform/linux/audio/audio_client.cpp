@@ -3,6 +3,7 @@
 #include "audio/audio_client.h"
 
 #include "audio/capture_stream.h"
+#include "process/poll_pause.h"
 
 #include <algorithm>
 #include <cstring>
@@ -16,7 +17,9 @@ namespace {
 // the server or takes a lock. All clients of one stream read the same packets.
 class CaptureClient final : public ComObject<IAudioCaptureClient> {
 public:
-    explicit CaptureClient(std::shared_ptr<CaptureStream> stream) : stream_(std::move(stream)) {}
+    // `polled`: nothing tells the reader of packets, it asks time and again.
+    CaptureClient(std::shared_ptr<CaptureStream> stream, bool polled)
+        : stream_(std::move(stream)), polled_(polled) {}
 
     HRESULT GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
                       UINT64* qpcPosition) override {
@@ -74,12 +77,15 @@ public:
         }
         if (stream_->Packets().HasPacket()) {
             *frames = stream_->FramesPerPacket();
+        } else if (polled_) {
+            process::SleepUntilReady(stream_->SoundReady());
         }
         return S_OK;
     }
 
 private:
     const std::shared_ptr<CaptureStream> stream_;
+    const bool polled_;
 };
 
 // How many packets may wait unread.
@@ -179,7 +185,7 @@ public:
         if (stream_ == nullptr) {
             return AUDCLNT_E_NOT_INITIALIZED;
         }
-        return MakeObject<CaptureClient>(stream_)->QueryInterface(iid, object);
+        return MakeObject<CaptureClient>(stream_, !wantsEvent_)->QueryInterface(iid, object);
     }
 
     HRESULT Start() override {

@@ -5,6 +5,7 @@
 #include "audio/endpoint.h"
 #include "audio/packet_ring.h"
 #include "audio/server_connection.h"
+#include "process/event.h"
 
 #include <atomic>
 #include <memory>
@@ -35,6 +36,9 @@ public:
     bool IsAlive() const noexcept { return alive_.load(std::memory_order_acquire); }
     PacketRing& Packets() { return packets_; }
     std::uint32_t FramesPerPacket() const { return packetFrames_; }
+    // Set when a packet that is not silent becomes ready, and when the stream dies: what a thread
+    // waits for that polls. Silent packets can be taken a little later.
+    const std::shared_ptr<process::Event>& SoundReady() const { return soundReady_; }
 
 private:
     struct CloseStream {
@@ -57,6 +61,8 @@ private:
     const std::shared_ptr<ServerConnection> connection_;
     const std::uint32_t packetFrames_;
     PacketRing packets_;
+    const std::shared_ptr<process::Event> soundReady_ =
+        std::make_shared<process::Event>(false, false);
     std::atomic<bool> alive_{true}; // false once the device or the server has gone; for good
     HANDLE readyEvent_ = nullptr;   // the caller's; under the loop's lock
     std::unique_ptr<pa_stream, CloseStream> stream_; // under the loop's lock

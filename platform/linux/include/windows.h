@@ -102,6 +102,8 @@ BOOL ResetEvent(HANDLE event);
 DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs);
 BOOL CloseHandle(HANDLE object);
 
+// A thread that polls a capture client, and has just found it empty, sleeps until the client has
+// sound, at most 50 ms, where it asked for less.
 void Sleep(DWORD milliseconds);
 
 struct SYSTEMTIME {

@@ -1,69 +1,106 @@
 // Waitable objects: events.
-#include <windows.h>
+#include "process/event.h"
 
+#include <cerrno>
 #include <chrono>
-#include <condition_variable>
+#include <climits>
 #include <memory>
-#include <mutex>
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace process {
 
 namespace {
 
-// What a HANDLE of this room points to. Any thread may set, reset or wait; whoever closes it makes
-// sure that nobody waits any more, as on Windows.
-class Event {
-public:
-    Event(bool manualReset, bool set) : manualReset_(manualReset), set_(set) {}
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free &&
+              sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t));
 
-    void Set() {
-        // Signalled under the lock: a waiter may close the event as soon as it has taken it.
-        const std::lock_guard lock(mutex_);
-        set_ = true;
-        if (manualReset_) {
-            changed_.notify_all();
-        } else {
-            changed_.notify_one();
-        }
-    }
-
-    void Reset() {
-        const std::lock_guard lock(mutex_);
-        set_ = false;
-    }
-
-    bool Wait(DWORD timeoutMs) {
-        std::unique_lock lock(mutex_);
-        const auto isSet = [this] { return set_; };
-        if (timeoutMs == INFINITE) {
-            changed_.wait(lock, isSet);
-        } else if (!changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), isSet)) {
-            return false;
-        }
-        set_ = manualReset_;
-        return true;
-    }
-
-private:
-    const bool manualReset_;
-    std::mutex mutex_; // guards set_; nothing but the flag is touched under it
-    std::condition_variable changed_;
-    bool set_;
-};
+long Futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
+           const timespec* timeout) {
+    return syscall(SYS_futex, &word, operation | FUTEX_PRIVATE_FLAG, value, timeout, nullptr, 0);
+}
 
 } // namespace
+
+void Event::Set() {
+    const std::uint32_t before = state_.fetch_or(kSet, std::memory_order_release);
+    if (before >= kWaiter && (before & kSet) == 0) {
+        Futex(state_, FUTEX_WAKE, manualReset_ ? INT_MAX : 1, nullptr);
+    }
+}
+
+// Takes the event if it is set.
+bool Event::Take() {
+    std::uint32_t state = state_.load(std::memory_order_acquire);
+    while ((state & kSet) != 0) {
+        if (manualReset_ ||
+            state_.compare_exchange_weak(state, state & ~kSet, std::memory_order_acquire)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Event::Wait(DWORD timeoutMs) {
+    if (Take()) {
+        return true;
+    }
+    state_.fetch_add(kWaiter, std::memory_order_relaxed);
+    const bool taken = Sleep(timeoutMs);
+    state_.fetch_sub(kWaiter, std::memory_order_relaxed);
+    return taken;
+}
+
+// Sleeps, as a waiter that has been counted, until it takes the event or the time has run out.
+bool Event::Sleep(DWORD timeoutMs) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        const std::uint32_t state = state_.load(std::memory_order_relaxed);
+        if (Take()) {
+            return true;
+        }
+        if ((state & kSet) != 0) {
+            continue; // another waiter took it
+        }
+        if (timeoutMs == INFINITE) {
+            Futex(state_, FUTEX_WAIT, state, nullptr);
+            continue;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(end - Clock::now()).count();
+        if (left <= 0) {
+            return false;
+        }
+        const timespec limit{static_cast<time_t>(left / 1'000'000'000), left % 1'000'000'000};
+        Futex(state_, FUTEX_WAIT, state, &limit);
+    }
+}
+
+namespace {
+
+Event& EventOf(HANDLE handle) {
+    return *static_cast<Event*>(handle);
+}
+
+} // namespace
+} // namespace process
 
 HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL initiallySet,
                     LPCWSTR name) {
     if (name != nullptr) {
         return nullptr;
     }
-    return std::make_unique<Event>(manualReset != FALSE, initiallySet != FALSE).release();
+    return std::make_unique<process::Event>(manualReset != FALSE, initiallySet != FALSE).release();
 }
 
 BOOL SetEvent(HANDLE event) {
     if (event == nullptr) {
         return FALSE;
     }
-    static_cast<Event*>(event)->Set();
+    process::EventOf(event).Set();
     return TRUE;
 }
 
@@ -71,7 +108,7 @@ BOOL ResetEvent(HANDLE event) {
     if (event == nullptr) {
         return FALSE;
     }
-    static_cast<Event*>(event)->Reset();
+    process::EventOf(event).Reset();
     return TRUE;
 }
 
@@ -79,13 +116,13 @@ DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs) {
     if (object == nullptr) {
         return WAIT_FAILED;
     }
-    return static_cast<Event*>(object)->Wait(timeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    return process::EventOf(object).Wait(timeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 
 BOOL CloseHandle(HANDLE object) {
     if (object == nullptr) {
         return FALSE;
     }
-    const std::unique_ptr<Event> owner(static_cast<Event*>(object));
+    const std::unique_ptr<process::Event> owner(&process::EventOf(object));
     return TRUE;
 }

@@ -1,4 +1,6 @@
 // Sleeping, timer resolution and multimedia scheduling.
+#include "process/poll_pause.h"
+
 #include <avrt.h>
 #include <timeapi.h>
 #include <windows.h>
@@ -7,13 +9,29 @@
 #include <cerrno>
 #include <ctime>
 #include <memory>
+#include <utility>
 
 #include <pthread.h>
 #include <sched.h>
 
+namespace {
+
+thread_local std::shared_ptr<process::Event> polledFor; // by this thread's next Sleep alone
+
+} // namespace
+
+void process::SleepUntilReady(const std::shared_ptr<Event>& ready) {
+    polledFor = ready;
+}
+
 void Sleep(DWORD milliseconds) {
     if (milliseconds == 0) {
         sched_yield();
+        return;
+    }
+    const auto ready = std::exchange(polledFor, nullptr);
+    if (ready != nullptr && milliseconds < process::kLongestPollPauseMs) {
+        ready->Wait(process::kLongestPollPauseMs);
         return;
     }
     timespec rest{static_cast<time_t>(milliseconds / 1000),
