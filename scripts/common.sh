@@ -26,7 +26,8 @@ build_packages=(
     libpulse-dev libsphinxbase-dev libsqlite3-dev libssl-dev ninja-build nlohmann-json3-dev
     pkg-config)
 service_packages=(
-    apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-spa-ita pocketsphinx-en-us)
+    apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-lex-tools apertium-spa-ita
+    pocketsphinx-en-us)
 sound_packages=(pulseaudio pulseaudio-utils pocketsphinx-testdata)
 test_packages=(
     googletest libbenchmark-dev libgtest-dev libsamplerate0-dev libspeexdsp-dev)

@@ -607,14 +607,6 @@ TEST(HttpTimeOut, SparesAServerThatIsSlowButNeverSilent) {
     EXPECT_EQ(Receive(request).body, "body");
 }
 
-TEST(HttpTimeOut, OfZeroOrLessIsNoLimit) {
-    ScriptedService service;
-    service.SetHandler(
-        [](const ScriptedRequest&) { return ScriptedAnswer{.body = "late", .delay = 50ms}; });
-    const Client client(service.Port());
-    EXPECT_EQ(Exchange(client.Open(TEXT("GET"), TEXT("/"), false, {0, -1, 0, -1})).body, "late");
-}
-
 // ---- Responses ---------------------------------------------------------------------------------
 
 enum class End { StaysOpen, Closes, Resets };
@@ -707,23 +699,6 @@ TEST(HttpResponse, HandsOutTheBodyPieceByPieceAsItArrives) {
     EXPECT_EQ(ReadPiece(request), "");
 }
 
-TEST(HttpResponse, IsReadInSmallerBitesThanWereOffered) {
-    Wire wire;
-    const Client client(wire.Port());
-    const Handle request = client.Open(TEXT("GET"), TEXT("/"));
-    ASSERT_TRUE(Send(request));
-    wire.Accept();
-    wire.Write(kOk + "Content-Length: 5\r\n\r\nabcde");
-    ASSERT_TRUE(WinHttpReceiveResponse(request, nullptr));
-    std::array<char, 2> bite{};
-    DWORD read = 0;
-    std::string body;
-    while (WinHttpReadData(request, bite.data(), bite.size(), &read) && read > 0) {
-        body.append(bite.data(), read);
-    }
-    EXPECT_EQ(body, "abcde");
-}
-
 TEST_P(BothTransports, MoveTenMegabytesEitherWay) {
     std::string large;
     while (large.size() < 10'000'000) {
@@ -804,25 +779,6 @@ TEST(HttpProxy, IsNeverAskedForThisMachine) {
     EXPECT_FALSE(proxy.HasCaller());
 }
 
-TEST(HttpProxy, IsAskedForOtherHostsAndLearnsNothingButTheirName) {
-    Wire proxy;
-    const EnvironmentVariable variable("http_proxy", "http://" + proxy.Authority());
-    const Client client(8080, TEXT("service.test"));
-    const Handle request = client.Open(TEXT("GET"), TEXT("/?access_key=1"));
-    auto asked = std::async(std::launch::async, [&proxy] {
-        proxy.Accept();
-        std::string head = proxy.Read(36);
-        head += proxy.ReadWaiting();
-        proxy.Write("HTTP/1.1 502 No\r\n\r\n");
-        proxy.Close();
-        return head;
-    });
-    EXPECT_FALSE(Send(request));
-    const std::string head = asked.get();
-    EXPECT_TRUE(head.starts_with("CONNECT service.test:8080 HTTP/1.1\r\n")) << head;
-    EXPECT_EQ(head.find("access_key"), std::string::npos) << head;
-}
-
 // ---- Redirects ---------------------------------------------------------------------------------
 
 struct RedirectCase {
@@ -872,19 +828,6 @@ INSTANTIATE_TEST_SUITE_P(
                     RedirectCase{"ToAnotherKindOfPlace", TEXT("GET"), 302, "ftp://127.0.0.1/", ""},
                     RedirectCase{"NotModified", TEXT("GET"), 300, "/to", ""}),
     NameOf<RedirectCase>);
-
-TEST(HttpRedirect, LeadsToAnotherServer) {
-    ScriptedService target;
-    ScriptedService service;
-    service.SetHandler([&target](const ScriptedRequest&) {
-        return ScriptedAnswer{.status = 307, .headers = "Location: " + target.Url() + "/x\r\n"};
-    });
-    const Client client(service.Port());
-    EXPECT_EQ(Exchange(client.Open(TEXT("POST"), TEXT("/")), "data").body, "[]");
-    ASSERT_EQ(target.Requests().size(), 1U);
-    EXPECT_EQ(target.Requests()[0].body, "data");
-    EXPECT_EQ(target.Requests()[0].Header("Host"), "127.0.0.1:" + std::to_string(target.Port()));
-}
 
 TEST(HttpRedirect, IsGivenUpAfterTen) {
     ScriptedService service;
@@ -1001,23 +944,6 @@ TEST(HttpHandles, OfTheWrongKindAreRefusedByEveryCall) {
         EXPECT_FALSE(WinHttpQueryDataAvailable(handle, &number));
         EXPECT_FALSE(WinHttpReadData(handle, &number, sizeof number, &number));
     }
-}
-
-TEST(HttpHandles, RefuseCallsOutOfTheirOrder) {
-    ScriptedService service;
-    const Client client(service.Port());
-    const Handle request = client.Open(TEXT("GET"), TEXT("/"));
-    DWORD number = 0;
-    EXPECT_FALSE(WinHttpReceiveResponse(request, nullptr));
-    EXPECT_FALSE(WinHttpQueryDataAvailable(request, &number));
-    EXPECT_FALSE(Send(request, "a GET has no body"));
-    ASSERT_TRUE(Send(request));
-    EXPECT_FALSE(Send(request));
-    EXPECT_EQ(Status(request), 0U);
-    ASSERT_TRUE(WinHttpReceiveResponse(request, nullptr));
-    EXPECT_FALSE(WinHttpReceiveResponse(request, nullptr));
-    EXPECT_EQ(Status(request), 200U);
-    EXPECT_EQ(service.Requests().size(), 1U);
 }
 
 TEST(HttpHandles, OutliveThoseTheyWereOpenedFrom) {
