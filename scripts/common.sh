@@ -2,6 +2,7 @@
 # Sourced by bash scripts that have set -euo pipefail.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+PATH=$PATH:/usr/sbin:/sbin # where setcap is, for users who do not have it in their path
 
 say() { printf '\n==> %s\n' "$*"; }
 fail() {

@@ -29,20 +29,27 @@ void DebugTrace(const WCHAR* format, ...) {
     TraceText(line);
 }
 
-void AudioTrace(const WCHAR* format, ...) {
-    WCHAR text[512];
-    std::va_list arguments;
-    va_start(arguments, format);
-    FormatWideV(text, std::size(text), format, arguments);
-    va_end(arguments);
+namespace {
+
+template <std::size_t kRoom>
+void TraceFormatted(const WCHAR* format, std::va_list arguments) {
+    WCHAR text[kRoom];
+    FormatWideV(text, kRoom, format, arguments);
     TraceText(text);
 }
 
-void ProxyTrace(const WCHAR* format, ...) {
-    WCHAR text[1024];
+} // namespace
+
+void AudioTrace(const WCHAR* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    FormatWideV(text, std::size(text), format, arguments);
+    TraceFormatted<512>(format, arguments);
     va_end(arguments);
-    TraceText(text);
+}
+
+void ProxyTrace(const WCHAR* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    TraceFormatted<1024>(format, arguments);
+    va_end(arguments);
 }
