@@ -3,8 +3,6 @@
 #include "debug_trace.h"
 #include "thread_start.h"
 
-#include <source_location>
-
 namespace {
 
 constexpr REFERENCE_TIME kBufferDuration = 10'000'000; // one second
@@ -14,12 +12,11 @@ constexpr int kLoopbackStatsRounds = 1000;
 // Walks the steps of opening and remembers the one that failed, with the line of its call.
 class StepRecorder {
 public:
-    bool Failed(OpenStep step, HRESULT result,
-                std::source_location at = std::source_location::current()) {
+    bool Failed(OpenStep step, int line, HRESULT result) {
         if (SUCCEEDED(result)) {
             return false;
         }
-        failure_ = {false, step, result, static_cast<int>(at.line())};
+        failure_ = {false, step, result, line};
         return true;
     }
     OpenResult Failure() const { return failure_; }
@@ -31,16 +28,16 @@ private:
 bool FindEndpoint(const WideString& deviceId, EDataFlow flow, ComRef<IMMDevice>& device,
                   StepRecorder& steps) {
     ComRef<IMMDeviceEnumerator> enumerator;
-    if (steps.Failed(OpenStep::CreateEnumerator,
+    if (steps.Failed(OpenStep::CreateEnumerator, __LINE__,
                      CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
                                       __uuidof(IMMDeviceEnumerator), enumerator.ReceiveVoid()))) {
         return false;
     }
     if (deviceId.empty()) {
-        return !steps.Failed(OpenStep::GetDefaultEndpoint,
+        return !steps.Failed(OpenStep::GetDefaultEndpoint, __LINE__,
                              enumerator->GetDefaultAudioEndpoint(flow, eConsole, device.Receive()));
     }
-    return !steps.Failed(OpenStep::GetDevice,
+    return !steps.Failed(OpenStep::GetDevice, __LINE__,
                          enumerator->GetDevice(deviceId.c_str(), device.Receive()));
 }
 
@@ -92,33 +89,35 @@ OpenResult OpenParts(const WideString& deviceId, bool loopback, const StreamPart
     if (!FindEndpoint(deviceId, loopback ? eRender : eCapture, parts.device, steps)) {
         return steps.Failure();
     }
-    if (steps.Failed(OpenStep::Activate,
+    if (steps.Failed(OpenStep::Activate, __LINE__,
                      parts.device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr,
                                             parts.client.ReceiveVoid()))) {
         return steps.Failure();
     }
-    if (steps.Failed(OpenStep::GetMixFormat, parts.client->GetMixFormat(parts.fmt.Receive()))) {
+    if (steps.Failed(OpenStep::GetMixFormat, __LINE__,
+                     parts.client->GetMixFormat(parts.fmt.Receive()))) {
         return steps.Failure();
     }
     parts.isFloat = IsFloatFormat(parts.fmt.get());
     const DWORD flags = loopback ? AUDCLNT_STREAMFLAGS_LOOPBACK : AUDCLNT_STREAMFLAGS_EVENTCALLBACK;
-    if (steps.Failed(OpenStep::Initialize,
+    if (steps.Failed(OpenStep::Initialize, __LINE__,
                      parts.client->Initialize(AUDCLNT_SHAREMODE_SHARED, flags, kBufferDuration, 0,
                                               parts.fmt.get(), nullptr))) {
         return steps.Failure();
     }
     if (!loopback) {
         parts.event.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        if (steps.Failed(OpenStep::SetEventHandle,
+        if (steps.Failed(OpenStep::SetEventHandle, __LINE__,
                          parts.client->SetEventHandle(parts.event.get()))) {
             return steps.Failure();
         }
     }
-    if (steps.Failed(OpenStep::GetService, parts.client->GetService(__uuidof(IAudioCaptureClient),
-                                                                    parts.capture.ReceiveVoid()))) {
+    if (steps.Failed(
+            OpenStep::GetService, __LINE__,
+            parts.client->GetService(__uuidof(IAudioCaptureClient), parts.capture.ReceiveVoid()))) {
         return steps.Failure();
     }
-    if (steps.Failed(OpenStep::Start, parts.client->Start())) {
+    if (steps.Failed(OpenStep::Start, __LINE__, parts.client->Start())) {
         return steps.Failure();
     }
     OpenResult result;

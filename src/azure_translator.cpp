@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxWaitingAudio = 10 * 60 * 32000; // bytes: ten minutes
+constexpr std::size_t kMaxWaitingAudio = std::size_t{10} * 60 * 32000; // bytes: ten minutes
 
 constexpr int kResolveTimeoutMs = 10000;
 constexpr int kConnectTimeoutMs = 10000;

@@ -33,7 +33,7 @@ WideString ResolveTargetCode(const WideString& code) {
     if (code == TEXT("zh-HK")) {
         return TEXT("zh-Hant");
     }
-    const WideString prefix = code.substr(0, code.find(TEXT('-')));
+    WideString prefix = code.substr(0, code.find(TEXT('-')));
     for (const LanguageEntry& target : kLanguageTargets) {
         if (target.code == prefix) {
             return target.code;
