@@ -14,23 +14,25 @@
 namespace service {
 namespace {
 
-/// The connection's own message names tables and files, never a bound value: keys stay out of it.
+// The connection's own message names tables and files, never a bound value: keys stay out of it.
 [[noreturn]] void Fail(sqlite3* database) {
     throw std::runtime_error(std::string("accounts: ") + sqlite3_errmsg(database));
 }
 
-/// One prepared statement with its values bound; steps through its rows.
+// One prepared statement with its values bound; steps through its rows.
 class Statement {
 public:
     using Value = std::variant<std::int64_t, std::string_view>;
 
     Statement(sqlite3* database, const char* sql, std::initializer_list<Value> values = {})
         : database_(database) {
-        if (sqlite3_prepare_v2(database, sql, -1, &statement_, nullptr) != SQLITE_OK)
+        if (sqlite3_prepare_v2(database, sql, -1, &statement_, nullptr) != SQLITE_OK) {
             Fail(database);
+        }
         int position = 0;
-        for (const Value& value : values)
+        for (const Value& value : values) {
             Bind(++position, value);
+        }
     }
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
@@ -38,8 +40,9 @@ public:
 
     bool Step() {
         const int result = sqlite3_step(statement_);
-        if (result != SQLITE_ROW && result != SQLITE_DONE)
+        if (result != SQLITE_ROW && result != SQLITE_DONE) {
             Fail(database_);
+        }
         return result == SQLITE_ROW;
     }
 
@@ -93,12 +96,15 @@ Account ReadAccount(const Statement& row) {
 } // namespace
 
 Refusal RefusalOf(const std::optional<Account>& account) {
-    if (!account)
+    if (!account) {
         return Refusal::KeyNotFound;
-    if (account->disabled)
+    }
+    if (account->disabled) {
         return Refusal::KeyDisabled;
-    if (!account->unlimited && account->RemainingMs() == 0)
+    }
+    if (!account->unlimited && account->RemainingMs() == 0) {
         return Refusal::QuotaExceeded;
+    }
     return Refusal::None;
 }
 
@@ -119,19 +125,23 @@ void Accounts::CloseDatabase::operator()(sqlite3* database) const {
 Accounts::Accounts(const std::filesystem::path& file) {
     // SQLite gives its side files the mode of this one.
     const FileDescriptor made(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!made)
+    if (!made) {
         throw std::runtime_error("cannot open the accounts in " + file.string());
+    }
 
     sqlite3* database = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
     database_.reset(database);
-    if (result != SQLITE_OK)
+    if (result != SQLITE_OK) {
         Fail(database);
+    }
     sqlite3_busy_timeout(database, kBusyTimeoutMs);
     // With a write-ahead log, NORMAL loses nothing when the process dies; only a power cut can take
     // the last exchanges' billing, and the file stays sound.
-    for (const char* const sql : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL", kSchema})
+    for (const char* const sql :
+         {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL", kSchema}) {
         Statement(database, sql).Step();
+    }
 }
 
 std::optional<Account> Accounts::Find(std::string_view key) {
@@ -140,8 +150,9 @@ std::optional<Account> Accounts::Find(std::string_view key) {
                     "SELECT access_key, disabled, unlimited, initial_ms, used_ms FROM accounts"
                     " WHERE access_key = ?1",
                     {key});
-    if (!found.Step())
+    if (!found.Step()) {
         return std::nullopt;
+    }
     return ReadAccount(found);
 }
 
@@ -151,8 +162,9 @@ std::vector<Account> Accounts::List() {
                    "SELECT access_key, disabled, unlimited, initial_ms, used_ms FROM accounts"
                    " ORDER BY access_key");
     std::vector<Account> accounts;
-    while (rows.Step())
+    while (rows.Step()) {
         accounts.push_back(ReadAccount(rows));
+    }
     return accounts;
 }
 

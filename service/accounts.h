@@ -26,23 +26,23 @@ struct Account {
     std::int64_t RemainingMs() const { return initialMs > usedMs ? initialMs - usedMs : 0; }
 };
 
-/// Why audio of this account is not taken; `None` when it is.
+// Why audio of this account is not taken; `None` when it is.
 Refusal RefusalOf(const std::optional<Account>& account);
 
-/// A key goes into a URL and into JSON as it stands: letters, digits and `-._~`, at most 255.
+// A key goes into a URL and into JSON as it stands: letters, digits and `-._~`, at most 255.
 bool IsUsableKey(std::string_view key);
 
-/// Any thread; several processes may have the file open. Failures of the file are thrown as
-/// std::runtime_error. What has been written survives the end of the process at any moment.
+// Any thread; several processes may have the file open. Failures of the file are thrown as
+// std::runtime_error. What has been written survives the end of the process at any moment.
 class Accounts {
 public:
-    /// Makes the file, readable by its owner alone, if there is none.
+    // Makes the file, readable by its owner alone, if there is none.
     explicit Accounts(const std::filesystem::path& file);
 
     std::optional<Account> Find(std::string_view key);
     std::vector<Account> List();
 
-    /// The operations below give false when the key is already there, or not there.
+    // The operations below give false when the key is already there, or not there.
     bool Add(const Account& account);
     bool SetDisabled(std::string_view key, bool disabled);
     bool Grant(std::string_view key, std::int64_t ms);

@@ -13,15 +13,15 @@
 
 namespace service {
 
-/// Used by one thread at a time.
+// Used by one thread at a time.
 class ApertiumChain {
 public:
-    /// Starts the stages and returns without waiting until they have loaded their data. Throws when
-    /// the mode is not installed or a stage cannot be started.
+    // Starts the stages and returns without waiting until they have loaded their data. Throws when
+    // the mode is not installed or a stage cannot be started.
     explicit ApertiumChain(std::string mode);
 
-    /// The translation, or an empty text when the chain gave none in time. A chain that has broken
-    /// is started anew and asked once more.
+    // The translation, or an empty text when the chain gave none in time. A chain that has broken
+    // is started anew and asked once more.
     std::string Translate(std::string_view text);
 
     const std::vector<ChildProcess>& Stages() const { return stages_; }

@@ -8,8 +8,8 @@
 
 namespace service {
 
-/// Nothing for any text that an encoder would not have made: wrong length, foreign characters,
-/// line breaks, padding in the middle, bits left over behind the last byte.
+// Nothing for any text that an encoder would not have made: wrong length, foreign characters,
+// line breaks, padding in the middle, bits left over behind the last byte.
 std::optional<std::vector<std::uint8_t>> DecodeBase64(std::string_view text);
 
 } // namespace service

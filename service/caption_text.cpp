@@ -13,15 +13,17 @@ bool IsContinuation(unsigned char byte) {
     return (byte & 0xC0U) == 0x80U;
 }
 
-/// Length of the well-formed UTF-8 character at the front, 0 if there is none. The second byte's
-/// range shuts out overlong forms, surrogates and what lies above U+10FFFF.
+// Length of the well-formed UTF-8 character at the front, 0 if there is none. The second byte's
+// range shuts out overlong forms, surrogates and what lies above U+10FFFF.
 std::size_t CharacterLength(std::string_view text) {
     const unsigned char first = ByteAt(text, 0);
     const unsigned char second = ByteAt(text, 1);
-    if (first < 0x80)
+    if (first < 0x80) {
         return 1;
-    if (first >= 0xC2 && first <= 0xDF)
+    }
+    if (first >= 0xC2 && first <= 0xDF) {
         return IsContinuation(second) ? 2 : 0;
+    }
     if (first >= 0xE0 && first <= 0xEF) {
         const unsigned char lowest = first == 0xE0 ? 0xA0 : 0x80;
         const unsigned char highest = first == 0xED ? 0x9F : 0xBF;
@@ -38,7 +40,7 @@ std::size_t CharacterLength(std::string_view text) {
     return 0;
 }
 
-/// Characters that never reach a caption. The underscore marks a gap in a dictionary entry.
+// Characters that never reach a caption. The underscore marks a gap in a dictionary entry.
 bool SeparatesWords(unsigned char byte) {
     constexpr std::string_view kUnwanted = " \"\\{}_";
     return byte < 0x20 || byte == 0x7F || kUnwanted.find(static_cast<char>(byte)) != kUnwanted.npos;
@@ -56,29 +58,34 @@ std::string SpellEnglish(std::string_view words) {
         const std::size_t end = words.find(' ');
         const std::string_view word = words.substr(0, end);
         words.remove_prefix(end == words.npos ? words.size() : end + 1);
-        if (word.empty())
+        if (word.empty()) {
             continue;
-        if (!sentence.empty())
+        }
+        if (!sentence.empty()) {
             sentence += ' ';
+        }
         const std::size_t start = sentence.size();
         sentence += word;
-        if (IsEnglishI(word))
+        if (IsEnglishI(word)) {
             sentence[start] = 'I';
+        }
     }
     return CapitalizeFirst(std::move(sentence));
 }
 
 std::string CapitalizeFirst(std::string text) {
     std::size_t at = 0;
-    while (text.compare(at, 2, "¿") == 0 || text.compare(at, 2, "¡") == 0)
+    while (text.compare(at, 2, "¿") == 0 || text.compare(at, 2, "¡") == 0) {
         at += 2;
+    }
     const unsigned char first = ByteAt(text, at);
     const unsigned char second = ByteAt(text, at + 1);
     constexpr unsigned char kDivisionSign = 0xB7; // U+00F7, the one non-letter in its row
-    if (first >= 'a' && first <= 'z')
+    if (first >= 'a' && first <= 'z') {
         text[at] = static_cast<char>(first - 0x20);
-    else if (first == 0xC3 && second >= 0xA0 && second <= 0xBE && second != kDivisionSign)
+    } else if (first == 0xC3 && second >= 0xA0 && second <= 0xBE && second != kDivisionSign) {
         text[at + 1] = static_cast<char>(second - 0x20);
+    }
     return text;
 }
 
@@ -92,8 +99,9 @@ std::string Presentable(std::string_view text) {
             text.remove_prefix(1);
             continue;
         }
-        if (blankDue && !clean.empty())
+        if (blankDue && !clean.empty()) {
             clean += ' ';
+        }
         blankDue = false;
         clean += text.substr(0, length);
         text.remove_prefix(length);

@@ -7,15 +7,15 @@
 
 namespace service {
 
-/// The recogniser's lower-case words as an English sentence begins: "i'm here" -> "I'm here".
+// The recogniser's lower-case words as an English sentence begins: "i'm here" -> "I'm here".
 std::string SpellEnglish(std::string_view words);
 
-/// First letter in upper case; letters of the Latin-1 range included, opening marks passed over.
+// First letter in upper case; letters of the Latin-1 range included, opening marks passed over.
 std::string CapitalizeFirst(std::string text);
 
-/// What a client can read raw: valid UTF-8 without control characters and without the characters
-/// that end or split a text for a reader that undoes no escapes (`"`, `\`, `{`, `}`). Blanks are
-/// single, with none at either end.
+// What a client can read raw: valid UTF-8 without control characters and without the characters
+// that end or split a text for a reader that undoes no escapes (`"`, `\`, `{`, `}`). Blanks are
+// single, with none at either end.
 std::string Presentable(std::string_view text);
 
 } // namespace service

@@ -41,8 +41,9 @@ constexpr long kRenewBefore = 30 * kDay;
 constexpr const char* kNames = "IP:127.0.0.1,DNS:localhost";
 
 void Require(bool condition) {
-    if (!condition)
+    if (!condition) {
         throw std::runtime_error("the certificate cannot be made");
+    }
 }
 
 Key MakeKey() {
@@ -68,7 +69,7 @@ void SetSerial(X509* certificate) {
     Require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial | 1U) == 1);
 }
 
-/// A null issuer makes a certificate that signs itself.
+// A null issuer makes a certificate that signs itself.
 Certificate Sign(const Subject& subject, X509* issuer, EVP_PKEY* issuerKey) {
     Certificate certificate(X509_new());
     Require(certificate != nullptr);
@@ -116,14 +117,15 @@ std::string Pem(EVP_PKEY* key) {
     return TextOf(memory.get());
 }
 
-/// The file is whole or not there, and never readable by more than `mode` says.
+// The file is whole or not there, and never readable by more than `mode` says.
 void WriteFile(const std::filesystem::path& path, std::string_view text, mode_t mode) {
     const std::filesystem::path part = path.string() + ".part";
     std::filesystem::remove(part);
     const FileDescriptor file(::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!file || ::write(file.Get(), text.data(), text.size()) != std::ssize(text) ||
-        ::fsync(file.Get()) != 0)
+        ::fsync(file.Get()) != 0) {
         throw std::system_error(errno, std::generic_category(), "cannot write " + path.string());
+    }
     std::filesystem::rename(part, path);
 }
 

@@ -16,10 +16,10 @@ CertificateFiles CertificateFilesIn(const std::filesystem::path& directory);
 
 enum class CertificateState { Kept, Made };
 
-/// Sees to a usable set of the three files in the directory: keeps one that is complete, matches
-/// and is valid for a month at least, and makes a new authority and certificate otherwise. The
-/// authority's own key is thrown away after its one signature, so nobody can sign for another
-/// host with it. Throws std::runtime_error.
+// Sees to a usable set of the three files in the directory: keeps one that is complete, matches
+// and is valid for a month at least, and makes a new authority and certificate otherwise. The
+// authority's own key is thrown away after its one signature, so nobody can sign for another
+// host with it. Throws std::runtime_error.
 CertificateState EnsureCertificate(const std::filesystem::path& directory);
 
 } // namespace service

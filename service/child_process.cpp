@@ -15,8 +15,9 @@ namespace service {
 namespace {
 
 void Require(int error, const std::string& what) {
-    if (error != 0)
+    if (error != 0) {
         throw std::system_error(error, std::generic_category(), what);
+    }
 }
 
 class FileActions {
@@ -43,13 +44,14 @@ private:
     posix_spawnattr_t attributes_{};
 };
 
-/// This process's environment in a locale that reads and writes UTF-8 whatever the user's is.
+// This process's environment in a locale that reads and writes UTF-8 whatever the user's is.
 std::vector<std::string> Utf8Environment() {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string_view text(*entry);
-        if (!text.starts_with("LC_") && !text.starts_with("LANG"))
+        if (!text.starts_with("LC_") && !text.starts_with("LANG")) {
             entries.emplace_back(text);
+        }
     }
     entries.emplace_back("LC_ALL=C.UTF-8");
     return entries;
@@ -58,8 +60,9 @@ std::vector<std::string> Utf8Environment() {
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     pointers.reserve(texts.size() + 1);
-    for (std::string& text : texts)
+    for (std::string& text : texts) {
         pointers.push_back(text.data());
+    }
     pointers.push_back(nullptr);
     return pointers;
 }
@@ -107,8 +110,9 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
 }
 
 ChildProcess::~ChildProcess() {
-    if (id_ <= 0)
+    if (id_ <= 0) {
         return;
+    }
     ::kill(id_, SIGKILL);
     while (::waitpid(id_, nullptr, 0) < 0 && errno == EINTR) {
     }

@@ -8,11 +8,11 @@
 
 namespace service {
 
-/// Owns a running child: its destructor kills and reaps it, so none is ever left a zombie.
+// Owns a running child: its destructor kills and reaps it, so none is ever left a zombie.
 class ChildProcess {
 public:
-    /// Starts `words[0]`, found by PATH, with the two descriptors as standard input and output and
-    /// no other descriptor of this process. Throws std::system_error.
+    // Starts `words[0]`, found by PATH, with the two descriptors as standard input and output and
+    // no other descriptor of this process. Throws std::system_error.
     ChildProcess(const std::vector<std::string>& words, int input, int output);
     ChildProcess(ChildProcess&& other) noexcept;
     ChildProcess& operator=(ChildProcess&& other) noexcept;

@@ -7,8 +7,9 @@ namespace service {
 
 std::optional<std::string> CommandLine::Value(const std::string& option) const {
     const auto found = options.find(option);
-    if (found == options.end())
+    if (found == options.end()) {
         return std::nullopt;
+    }
     return found->second;
 }
 
@@ -24,17 +25,22 @@ CommandLine ParseCommandLine(std::span<const std::string_view> arguments,
         const std::size_t equals = argument.find('=');
         const std::string name(argument.substr(0, equals));
         const auto option = std::ranges::find(known, name, &Option::name);
-        if (option == known.end())
+        if (option == known.end()) {
             throw UsageError("there is no option " + name);
+        }
         std::string value;
-        if (!option->takesValue && equals != argument.npos)
+        if (!option->takesValue && equals != argument.npos) {
             throw UsageError(name + " takes no value");
-        if (option->takesValue && equals == argument.npos && i + 1 == arguments.size())
+        }
+        if (option->takesValue && equals == argument.npos && i + 1 == arguments.size()) {
             throw UsageError(name + " needs a value");
-        if (option->takesValue)
+        }
+        if (option->takesValue) {
             value = equals == argument.npos ? arguments[++i] : argument.substr(equals + 1);
-        if (!line.options.emplace(name, value).second)
+        }
+        if (!line.options.emplace(name, value).second) {
             throw UsageError(name + " is given twice");
+        }
     }
     return line;
 }
@@ -44,9 +50,10 @@ std::int64_t ParseNumber(std::string_view option, std::string_view text, std::in
     std::int64_t number = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || number < lowest || number > highest)
+    if (error != std::errc() || stop != end || number < lowest || number > highest) {
         throw UsageError(std::string(option) + " must be a whole number from " +
                          std::to_string(lowest) + " to " + std::to_string(highest));
+    }
     return number;
 }
 

@@ -30,12 +30,12 @@ struct CommandLine {
     std::optional<std::string> Value(const std::string& option) const;
 };
 
-/// Throws UsageError for options that are unknown, given twice or without their value. A value
-/// follows as the next argument or behind `=`.
+// Throws UsageError for options that are unknown, given twice or without their value. A value
+// follows as the next argument or behind `=`.
 CommandLine ParseCommandLine(std::span<const std::string_view> arguments,
                              std::span<const Option> known);
 
-/// A whole number within the bounds; throws UsageError, which names the option.
+// A whole number within the bounds; throws UsageError, which names the option.
 std::int64_t ParseNumber(std::string_view option, std::string_view text, std::int64_t lowest,
                          std::int64_t highest);
 

@@ -40,11 +40,13 @@ Settings MakeSettings() {
 Decoder::Decoder() {
     err_set_logfp(nullptr); // the library is talkative, and what it says is for its developers
     const Settings settings = MakeSettings();
-    if (settings)
+    if (settings) {
         decoder_ = ps_init(settings.get());
-    if (decoder_ == nullptr)
+    }
+    if (decoder_ == nullptr) {
         throw std::runtime_error("the speech model in " KELVARIN_MODEL_DIRECTORY
                                  " cannot be loaded");
+    }
 
     const cmn_t& mean = *ps_get_feat(decoder_)->cmn_struct;
     freshMean_.assign(mean.cmn_mean, mean.cmn_mean + mean.veclen);
@@ -75,8 +77,9 @@ void ReturnToPool::operator()(Decoder* decoder) const {
 DecoderLease DecoderPool::Acquire() {
     {
         const std::lock_guard lock(mutex_);
-        if (inUse_ == capacity_)
+        if (inUse_ == capacity_) {
             return {};
+        }
         ++inUse_;
         if (!idle_.empty()) {
             DecoderLease lease(idle_.back().release(), ReturnToPool(*this));

@@ -11,7 +11,7 @@ struct ps_decoder_s;
 
 namespace service {
 
-/// One loaded decoder with a language model of its own: a shared one races.
+// One loaded decoder with a language model of its own: a shared one races.
 class Decoder {
 public:
     Decoder();
@@ -21,11 +21,11 @@ public:
 
     ps_decoder_s* Get() const { return decoder_; }
 
-    /// Takes what has been heard into account for what comes. The library does so at the end of an
-    /// utterance only, which costs words at the start of a session and in long utterances.
+    // Takes what has been heard into account for what comes. The library does so at the end of an
+    // utterance only, which costs words at the start of a session and in long utterances.
     void AdaptToSpeaker();
 
-    /// Forgets the last speaker and room, so that the next session starts as on a new decoder.
+    // Forgets the last speaker and room, so that the next session starts as on a new decoder.
     void Forget();
 
 private:
@@ -47,15 +47,15 @@ private:
     DecoderPool* pool_ = nullptr;
 };
 
-/// The use of one decoder; the pool outlives it.
+// The use of one decoder; the pool outlives it.
 using DecoderLease = std::unique_ptr<Decoder, ReturnToPool>;
 
-/// Any thread may acquire and return. Decoders are loaded when first needed.
+// Any thread may acquire and return. Decoders are loaded when first needed.
 class DecoderPool {
 public:
     explicit DecoderPool(std::size_t capacity) : capacity_(capacity) {}
 
-    /// Null when all are in use. Throws when a decoder cannot be loaded.
+    // Null when all are in use. Throws when a decoder cannot be loaded.
     DecoderLease Acquire();
 
     std::size_t Capacity() const { return capacity_; }

@@ -71,7 +71,7 @@ void Refuse(httplib::Response& response, Refusal refusal) {
     response.status = answer.status;
 }
 
-/// The client's fault: its text is the one-line answer with status 400.
+// The client's fault: its text is the one-line answer with status 400.
 class BadRequest : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -79,24 +79,28 @@ public:
 
 Json ParseBody(const httplib::Request& request) {
     Json body = Json::parse(request.body, nullptr, false);
-    if (!body.is_object())
+    if (!body.is_object()) {
         throw BadRequest("The body is not a JSON object.");
+    }
     return body;
 }
 
 std::string Text(const Json& body, const char* key) {
     const auto found = body.find(key);
-    if (found == body.end() || !found->is_string())
+    if (found == body.end() || !found->is_string()) {
         throw BadRequest(std::string("The body has no string \"") + key + "\".");
+    }
     return found->get<std::string>();
 }
 
 std::vector<std::int16_t> Samples(const std::string& base64) {
     const auto bytes = DecodeBase64(base64);
-    if (!bytes)
+    if (!bytes) {
         throw BadRequest("\"audio_b64\" is not Base64.");
-    if (bytes->size() % 2 != 0)
+    }
+    if (bytes->size() % 2 != 0) {
         throw BadRequest("\"audio_b64\" holds half a sample.");
+    }
     std::vector<std::int16_t> samples(bytes->size() / 2);
     for (std::size_t i = 0; i < samples.size(); ++i) {
         const unsigned int low = (*bytes)[2 * i];
@@ -106,15 +110,16 @@ std::vector<std::int16_t> Samples(const std::string& base64) {
     return samples;
 }
 
-/// The key as it stands in the request's target. Clients do not encode it, so nothing is decoded:
-/// all keys of this service are plain in a URL, and any other text is a key that nobody has.
+// The key as it stands in the request's target. Clients do not encode it, so nothing is decoded:
+// all keys of this service are plain in a URL, and any other text is a key that nobody has.
 std::string_view KeyInTarget(std::string_view target) {
     constexpr std::string_view kName = "access_key=";
     std::string_view query = target.substr(std::min(target.find('?'), target.size() - 1) + 1);
     while (!query.empty()) {
         const std::string_view parameter = query.substr(0, query.find('&'));
-        if (parameter.starts_with(kName))
+        if (parameter.starts_with(kName)) {
             return parameter.substr(kName.size());
+        }
         query.remove_prefix(std::min(parameter.size() + 1, query.size()));
     }
     return {};
@@ -144,25 +149,29 @@ void AnswerException(httplib::Response& response, const std::exception_ptr& exce
 }
 
 std::unique_ptr<httplib::Server> MakeServer(const std::optional<TlsFiles>& tls) {
-    if (!tls)
+    if (!tls) {
         return std::make_unique<httplib::Server>();
+    }
     auto server = std::make_unique<httplib::SSLServer>(tls->certificate.c_str(), tls->key.c_str());
-    if (!server->is_valid())
+    if (!server->is_valid()) {
         throw std::runtime_error("cannot use the certificate " + tls->certificate.string() +
                                  " with the key " + tls->key.string());
+    }
     return server;
 }
 
 int PortOf(const sockaddr_storage& address) {
-    if (address.ss_family == AF_INET)
+    if (address.ss_family == AF_INET) {
         return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-    if (address.ss_family == AF_INET6)
+    }
+    if (address.ss_family == AF_INET6) {
         return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
+    }
     return -1;
 }
 
-/// The library closes no connection that is kept alive before its time is over, and hands out no
-/// list of them: they are the process's sockets whose own end is the service's port.
+// The library closes no connection that is kept alive before its time is over, and hands out no
+// list of them: they are the process's sockets whose own end is the service's port.
 void CutConnections(int port) {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         const std::string name = entry.path().filename();
@@ -171,8 +180,9 @@ void CutConnections(int port) {
         sockaddr_storage own{};
         socklen_t size = sizeof own;
         if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &size) == 0 &&
-            PortOf(own) == port)
+            PortOf(own) == port) {
             ::shutdown(descriptor, SHUT_RDWR);
+        }
     }
 }
 
@@ -220,23 +230,26 @@ void HttpApi::SetUpAnswers() {
            const std::exception_ptr& exception) { AnswerException(response, exception); });
     // What the library itself turns down comes without a body.
     server_->set_error_handler([](const httplib::Request&, httplib::Response& response) {
-        if (response.body.empty())
+        if (response.body.empty()) {
             response.set_content(response.status == 413   ? "The body is too large."
                                  : response.status == 404 ? "There is no such operation."
                                                           : "The request cannot be read.",
                                  kPlainText);
+        }
     });
 }
 
 int HttpApi::Bind(const std::string& address, int port) {
     errno = 0;
-    if (port == 0)
+    if (port == 0) {
         port_ = server_->bind_to_any_port(address);
-    else
+    } else {
         port_ = server_->bind_to_port(address, port) ? port : -1;
-    if (port_ <= 0)
+    }
+    if (port_ <= 0) {
         throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) +
                                  (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
+    }
     return port_;
 }
 
@@ -248,8 +261,9 @@ bool HttpApi::Serve() {
 
 void HttpApi::Stop() {
     // The library forgets a stop that comes before it has begun to serve.
-    while (!server_->is_running() && !ended_)
+    while (!server_->is_running() && !ended_) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     server_->stop();
     CutConnections(port_);
 }
@@ -272,12 +286,14 @@ void HttpApi::SessionStart(const httplib::Request& request, httplib::Response& r
     const std::string key = Text(body, "access_key");
     const auto conversation = AgreeOn({Text(body, "lang_a"), Text(body, "lang_a_tgt")},
                                       {Text(body, "lang_b"), Text(body, "lang_b_tgt")});
-    if (!conversation)
+    if (!conversation) {
         throw BadRequest("This service hears English and translates it into Spanish, Portuguese, "
                          "French or Italian. Choose English and one of these.");
+    }
     const StartAnswer answer = sessions_.Start(key, *conversation);
-    if (answer.refusal != Refusal::None)
+    if (answer.refusal != Refusal::None) {
         return Refuse(response, answer.refusal);
+    }
     Answer(response, {{"session_id", answer.sessionId}});
 }
 
@@ -285,19 +301,22 @@ void HttpApi::SessionExchange(const httplib::Request& request, httplib::Response
     const Json body = ParseBody(request);
     const ExchangeAnswer answer = sessions_.Exchange(
         Text(body, "session_id"), Text(body, "access_key"), Samples(Text(body, "audio_b64")));
-    if (answer.refusal != Refusal::None)
+    if (answer.refusal != Refusal::None) {
         return Refuse(response, answer.refusal);
+    }
     Json captions = Json::array();
-    for (const Caption& caption : answer.captions)
+    for (const Caption& caption : answer.captions) {
         captions.push_back(CaptionJson(caption, answer.languages));
+    }
     Answer(response, captions);
 }
 
 void HttpApi::SessionStop(const httplib::Request& request, httplib::Response& response) {
     const Json body = ParseBody(request);
     const Refusal refusal = sessions_.Stop(Text(body, "session_id"), Text(body, "access_key"));
-    if (refusal != Refusal::None)
+    if (refusal != Refusal::None) {
         return Refuse(response, refusal);
+    }
     Answer(response, Json::object());
 }
 

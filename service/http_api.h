@@ -27,24 +27,24 @@ struct TlsFiles {
 
 class HttpApi {
 public:
-    /// The rooms outlive this one. `connections` is how many are served at the same time: one that
-    /// is kept alive holds a thread, also while its client is silent. Throws when the TLS files
-    /// cannot be used.
+    // The rooms outlive this one. `connections` is how many are served at the same time: one that
+    // is kept alive holds a thread, also while its client is silent. Throws when the TLS files
+    // cannot be used.
     HttpApi(Accounts& accounts, Sessions& sessions, const std::optional<TlsFiles>& tls,
             std::size_t connections);
     HttpApi(const HttpApi&) = delete;
     HttpApi& operator=(const HttpApi&) = delete;
     ~HttpApi();
 
-    /// Takes the port, any free one for 0, and gives its number; from here on clients can connect.
-    /// Throws when the port cannot be had.
+    // Takes the port, any free one for 0, and gives its number; from here on clients can connect.
+    // Throws when the port cannot be had.
     int Bind(const std::string& address, int port);
 
-    /// Serves until `Stop`; false when accepting clients has failed.
+    // Serves until `Stop`; false when accepting clients has failed.
     bool Serve();
 
-    /// From another thread than `Serve`'s, which has been called or is about to be; cuts all
-    /// connections.
+    // From another thread than `Serve`'s, which has been called or is about to be; cuts all
+    // connections.
     void Stop();
 
 private:

@@ -5,7 +5,7 @@
 
 namespace service {
 
-/// Any thread; a line goes out in one write, so lines of several threads do not mix.
+// Any thread; a line goes out in one write, so lines of several threads do not mix.
 void Log(std::string_view text);
 
 } // namespace service

@@ -30,7 +30,7 @@ constexpr int kExitUsage = 2;
 constexpr auto kIdleSessionLimit = std::chrono::seconds(60);
 constexpr std::int64_t kDefaultDecoders = 4;
 constexpr std::int64_t kMostDecoders = 64;
-/// Connections beyond one for each session: key checks, clients that have not hung up yet.
+// Connections beyond one for each session: key checks, clients that have not hung up yet.
 constexpr std::size_t kSpareConnections = 32;
 
 constexpr std::string_view kHelp =
@@ -63,22 +63,26 @@ The exit code is 0, 1 after a failure, or 2 for a command line that cannot be un
 
 std::filesystem::path DataDirectory() {
     const char* const dataHome = std::getenv("XDG_DATA_HOME");
-    if (dataHome != nullptr && dataHome[0] == '/')
+    if (dataHome != nullptr && dataHome[0] == '/') {
         return std::filesystem::path(dataHome) / "kelvarin-service";
+    }
     const char* const home = std::getenv("HOME");
-    if (home == nullptr || home[0] != '/')
+    if (home == nullptr || home[0] != '/') {
         throw std::runtime_error("neither XDG_DATA_HOME nor HOME names a folder");
+    }
     return std::filesystem::path(home) / ".local/share/kelvarin-service";
 }
 
 void MakePrivateDirectory(const std::filesystem::path& directory) {
-    if (std::filesystem::create_directories(directory))
+    if (std::filesystem::create_directories(directory)) {
         std::filesystem::permissions(directory, std::filesystem::perms::owner_all);
+    }
 }
 
 Accounts OpenAccounts(const CommandLine& line) {
-    if (const auto file = line.Value("--database"))
+    if (const auto file = line.Value("--database")) {
         return Accounts(*file);
+    }
     MakePrivateDirectory(DataDirectory());
     return Accounts(DataDirectory() / "accounts.db");
 }
@@ -88,19 +92,24 @@ Accounts OpenAccounts(const CommandLine& line) {
 std::optional<TlsFiles> ChooseTls(const CommandLine& line) {
     const auto certificate = line.Value("--certificate");
     const auto key = line.Value("--key");
-    if (certificate.has_value() != key.has_value())
+    if (certificate.has_value() != key.has_value()) {
         throw UsageError("--certificate and --key go together");
-    if (line.Has("--plain") && certificate)
+    }
+    if (line.Has("--plain") && certificate) {
         throw UsageError("--plain and --certificate exclude each other");
-    if (line.Has("--plain"))
+    }
+    if (line.Has("--plain")) {
         return std::nullopt;
-    if (certificate)
+    }
+    if (certificate) {
         return TlsFiles{*certificate, *key};
+    }
 
     const CertificateFiles files = CertificateFilesIn(DataDirectory());
-    if (!std::filesystem::exists(files.server) || !std::filesystem::exists(files.key))
+    if (!std::filesystem::exists(files.server) || !std::filesystem::exists(files.key)) {
         throw std::runtime_error("there is no certificate in " + DataDirectory().string() +
                                  "; `kelvarin-service certificate` makes one");
+    }
     return TlsFiles{files.server, files.key};
 }
 
@@ -135,8 +144,9 @@ int Serve(const CommandLine& line) {
 
     std::atomic<bool> failed = false;
     std::jthread serving([&] {
-        if (api.Serve())
+        if (api.Serve()) {
             return;
+        }
         failed = true;
         ::kill(::getpid(), SIGTERM);
     });
@@ -146,8 +156,9 @@ int Serve(const CommandLine& line) {
     sigwait(&endSignals, &signal);
     api.Stop();
     serving.join();
-    if (failed)
+    if (failed) {
         throw std::runtime_error("no more clients can be accepted");
+    }
     return EXIT_SUCCESS;
 }
 
@@ -155,19 +166,22 @@ int Serve(const CommandLine& line) {
 
 constexpr std::int64_t kMostSeconds = std::numeric_limits<std::int32_t>::max();
 
-/// Milliseconds of --seconds; nothing for --unlimited or neither.
+// Milliseconds of --seconds; nothing for --unlimited or neither.
 std::optional<std::int64_t> QuotaMs(const CommandLine& line) {
     const auto seconds = line.Value("--seconds");
-    if (seconds && line.Has("--unlimited"))
+    if (seconds && line.Has("--unlimited")) {
         throw UsageError("--seconds and --unlimited exclude each other");
-    if (!seconds)
+    }
+    if (!seconds) {
         return std::nullopt;
+    }
     return ParseNumber("--seconds", *seconds, 0, kMostSeconds) * 1000;
 }
 
 int RequireKey(bool found) {
-    if (!found)
+    if (!found) {
         throw std::runtime_error("there is no such key");
+    }
     return EXIT_SUCCESS;
 }
 
@@ -177,10 +191,12 @@ int AddKey(const CommandLine& line) {
     account.key = line.words.size() == 3 ? line.words[2] : RandomToken();
     account.unlimited = !quota;
     account.initialMs = quota.value_or(0);
-    if (!IsUsableKey(account.key))
+    if (!IsUsableKey(account.key)) {
         throw UsageError("a key has 1 to 255 letters, digits and -._~");
-    if (!OpenAccounts(line).Add(account))
+    }
+    if (!OpenAccounts(line).Add(account)) {
         throw std::runtime_error("that key is there already");
+    }
     std::cout << account.key << '\n';
     return EXIT_SUCCESS;
 }
@@ -188,11 +204,12 @@ int AddKey(const CommandLine& line) {
 int ListKeys(const CommandLine& line) {
     for (const Account& account : OpenAccounts(line).List()) {
         std::cout << account.key << (account.disabled ? "  disabled" : "  enabled");
-        if (account.unlimited)
+        if (account.unlimited) {
             std::cout << "  unlimited, ";
-        else
+        } else {
             std::cout << "  " << account.RemainingMs() / 1000 << " s left of "
                       << account.initialMs / 1000 << " s, ";
+        }
         std::cout << account.usedMs / 1000 << " s used\n";
     }
     return EXIT_SUCCESS;
@@ -208,8 +225,9 @@ int EnableKey(const CommandLine& line) {
 
 int GrantKey(const CommandLine& line) {
     const auto quota = QuotaMs(line);
-    if (!quota && !line.Has("--unlimited"))
+    if (!quota && !line.Has("--unlimited")) {
         throw UsageError("how much? --seconds or --unlimited");
+    }
     Accounts accounts = OpenAccounts(line);
     return RequireKey(quota ? accounts.Grant(line.words[2], *quota)
                             : accounts.GrantUnlimited(line.words[2]));
@@ -265,11 +283,13 @@ int Run(std::span<const std::string_view> arguments) {
         const bool named =
             !arguments.empty() && arguments[0] == command.first &&
             (command.second.empty() || (arguments.size() > 1 && arguments[1] == command.second));
-        if (!named)
+        if (!named) {
             continue;
+        }
         const CommandLine line = ParseCommandLine(arguments, command.options);
-        if (line.words.size() < command.fewestWords || line.words.size() > command.mostWords)
+        if (line.words.size() < command.fewestWords || line.words.size() > command.mostWords) {
             throw UsageError("too few or too many words for this command");
+        }
         return command.run(line);
     }
     throw UsageError("there is no such command");

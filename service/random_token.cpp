@@ -9,8 +9,9 @@ namespace service {
 
 std::string RandomToken() {
     std::array<unsigned char, 16> bytes{};
-    if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1)
+    if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
         throw std::runtime_error("the system gives no random numbers");
+    }
 
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::string token;

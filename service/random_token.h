@@ -5,7 +5,7 @@
 
 namespace service {
 
-/// 32 lower-case hexadecimal digits (128 random bits), safe in a URL as they stand.
+// 32 lower-case hexadecimal digits (128 random bits), safe in a URL as they stand.
 std::string RandomToken();
 
 } // namespace service

@@ -8,18 +8,19 @@
 namespace service {
 namespace {
 
-/// One frame of the decoder: whether somebody speaks is asked after each, so that two utterances
-/// within one call are told apart.
+// One frame of the decoder: whether somebody speaks is asked after each, so that two utterances
+// within one call are told apart.
 constexpr std::size_t kStepSamples = kSampleRate / 100;
 
-/// A speaker who makes no pause, or steady noise, is cut here: captions must settle some time.
+// A speaker who makes no pause, or steady noise, is cut here: captions must settle some time.
 constexpr std::size_t kLongestUtteranceSamples = 12 * std::size_t{kSampleRate};
 
 constexpr std::size_t kAdaptEverySamples = kSampleRate / 2;
 
 void Require(int result) {
-    if (result < 0)
+    if (result < 0) {
         throw std::runtime_error("the decoder failed");
+    }
 }
 
 std::string Words(ps_decoder_t* decoder) {
@@ -48,10 +49,12 @@ std::vector<std::string> Recognizer::Hear(std::span<const std::int16_t> samples)
         const bool speech = ps_get_in_speech(decoder_->Get()) != 0;
         const bool fellSilent = inUtterance_ && !speech;
         inUtterance_ = speech;
-        if (speech)
+        if (speech) {
             CountSpeech(step.size());
-        if (fellSilent || utteranceSamples_ >= kLongestUtteranceSamples)
+        }
+        if (fellSilent || utteranceSamples_ >= kLongestUtteranceSamples) {
             ended.push_back(Finish());
+        }
     }
     return ended;
 }
@@ -59,8 +62,9 @@ std::vector<std::string> Recognizer::Hear(std::span<const std::int16_t> samples)
 void Recognizer::CountSpeech(std::size_t samples) {
     utteranceSamples_ += samples;
     samplesSinceAdapting_ += samples;
-    if (samplesSinceAdapting_ < kAdaptEverySamples)
+    if (samplesSinceAdapting_ < kAdaptEverySamples) {
         return;
+    }
     samplesSinceAdapting_ = 0;
     decoder_->AdaptToSpeaker();
 }

@@ -14,7 +14,7 @@ namespace service {
 
 constexpr int kSampleRate = 16'000;
 
-/// Used by one thread at a time.
+// Used by one thread at a time.
 class Recognizer {
 public:
     explicit Recognizer(DecoderLease decoder);
@@ -22,17 +22,17 @@ public:
     Recognizer& operator=(const Recognizer&) = delete;
     ~Recognizer();
 
-    /// Takes the stream's next samples (mono, 16 kHz) and gives the words of each utterance that
-    /// ended in them. Where a stream is cut into calls does not matter.
+    // Takes the stream's next samples (mono, 16 kHz) and gives the words of each utterance that
+    // ended in them. Where a stream is cut into calls does not matter.
     std::vector<std::string> Hear(std::span<const std::int16_t> samples);
 
-    /// Somebody is speaking: an utterance is under way.
+    // Somebody is speaking: an utterance is under way.
     bool InUtterance() const { return inUtterance_; }
 
-    /// The words of the utterance under way, as far as it has come.
+    // The words of the utterance under way, as far as it has come.
     std::string WordsSoFar() const;
 
-    /// Ends the utterance under way and gives its words.
+    // Ends the utterance under way and gives its words.
     std::string Finish();
 
 private:

@@ -40,14 +40,16 @@ std::vector<Caption> Session::Exchange(std::span<const std::int16_t> samples, Ti
 
 std::vector<Caption> Session::Finish() {
     std::vector<Caption> captions;
-    if (recognizer_.InUtterance())
+    if (recognizer_.InUtterance()) {
         AddFinal(recognizer_.Finish(), captions);
+    }
     return captions;
 }
 
 std::vector<Caption> Session::HearSilence(Time now) {
-    if (!recognizer_.InUtterance() || now - lastAudio_ < kPauseAfter)
+    if (!recognizer_.InUtterance() || now - lastAudio_ < kPauseAfter) {
         return {};
+    }
 
     const Time until = std::min(now, lastAudio_ + kFinalAfter);
     const auto missing = std::chrono::duration_cast<std::chrono::milliseconds>(until - heardUntil_);
@@ -55,32 +57,37 @@ std::vector<Caption> Session::HearSilence(Time now) {
                                             (kSampleRate / 1000));
     heardUntil_ += missing;
     std::vector<Caption> captions = Hear(silence);
-    if (until == now)
+    if (until == now) {
         return captions;
+    }
     std::ranges::move(Finish(), std::back_inserter(captions));
     return captions;
 }
 
 std::vector<Caption> Session::Hear(std::span<const std::int16_t> samples) {
     std::vector<Caption> captions;
-    for (const std::string& words : recognizer_.Hear(samples))
+    for (const std::string& words : recognizer_.Hear(samples)) {
         AddFinal(words, captions);
+    }
     return captions;
 }
 
 void Session::AddFinal(const std::string& words, std::vector<Caption>& captions) {
     partialWords_.clear();
     const std::string original = Presentable(SpellEnglish(words));
-    if (!original.empty()) // noise that the decoder found no words in
+    if (!original.empty()) { // noise that the decoder found no words in
         captions.push_back({original, translator_.Translate(original), true});
+    }
 }
 
 void Session::AddPartial(Time now, std::vector<Caption>& captions) {
-    if (now - lastPartial_ < kPartialEvery)
+    if (now - lastPartial_ < kPartialEvery) {
         return;
+    }
     const std::string words = recognizer_.WordsSoFar();
-    if (words.empty() || words == partialWords_)
+    if (words.empty() || words == partialWords_) {
         return;
+    }
     lastPartial_ = now;
     partialWords_ = words;
     const std::string original = Presentable(SpellEnglish(words));

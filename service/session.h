@@ -19,18 +19,18 @@ struct Caption {
     bool isFinal = false;   // a partial is replaced by the next caption
 };
 
-/// Used by one thread at a time.
+// Used by one thread at a time.
 class Session {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
     Session(DecoderLease decoder, Conversation conversation);
 
-    /// Takes the audio that has come since the last call, none included, and gives what is new:
-    /// finals in the order of speech, then at most one partial.
+    // Takes the audio that has come since the last call, none included, and gives what is new:
+    // finals in the order of speech, then at most one partial.
     std::vector<Caption> Exchange(std::span<const std::int16_t> samples, Time now);
 
-    /// The final of an utterance that is cut off because no more audio will be taken, if any.
+    // The final of an utterance that is cut off because no more audio will be taken, if any.
     std::vector<Caption> Finish();
 
     const Conversation& Languages() const { return conversation_; }

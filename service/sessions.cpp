@@ -10,7 +10,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Enough of a session's id to tell sessions apart in the log, not enough to speak for one.
+// Enough of a session's id to tell sessions apart in the log, not enough to speak for one.
 std::string ShortName(const std::string& id) {
     return "session " + id.substr(0, 8);
 }
@@ -23,11 +23,13 @@ Sessions::Sessions(Accounts& accounts, DecoderPool& decoders, std::chrono::milli
 
 StartAnswer Sessions::Start(const std::string& key, const Conversation& conversation) {
     const Refusal refusal = RefusalOf(accounts_.Find(key));
-    if (refusal != Refusal::None)
+    if (refusal != Refusal::None) {
         return {refusal, {}};
+    }
     DecoderLease decoder = decoders_.Acquire();
-    if (!decoder)
+    if (!decoder) {
         return {Refusal::NoDecoderFree, {}};
+    }
 
     auto live = std::make_shared<Live>(key, std::move(decoder), conversation);
     live->lastUse = Clock::now();
@@ -50,18 +52,21 @@ ExchangeAnswer Sessions::Exchange(const std::string& id, const std::string& key,
         return {refusal, {}, {}};
     }
     const std::shared_ptr<Live> live = Find(id, key);
-    if (!live)
+    if (!live) {
         return {Refusal::SessionNotFound, {}, {}};
+    }
 
     const std::lock_guard lock(live->busy);
     ExchangeAnswer answer{Refusal::None, live->session.Languages(), {}};
     answer.captions = live->session.Exchange(samples, Clock::now());
-    if (samples.empty())
+    if (samples.empty()) {
         return answer;
+    }
     Bill(*live, samples.size());
     // The next exchange will be refused: what was said so far is still the user's.
-    if (RefusalOf(accounts_.Find(key)) == Refusal::QuotaExceeded)
+    if (RefusalOf(accounts_.Find(key)) == Refusal::QuotaExceeded) {
         std::ranges::move(live->session.Finish(), std::back_inserter(answer.captions));
+    }
     return answer;
 }
 
@@ -72,8 +77,9 @@ Refusal Sessions::Stop(const std::string& id, const std::string& key) {
 std::shared_ptr<Sessions::Live> Sessions::Find(const std::string& id, const std::string& key) {
     const std::lock_guard lock(mutex_);
     const auto found = live_.find(id);
-    if (found == live_.end() || found->second->key != key)
+    if (found == live_.end() || found->second->key != key) {
         return nullptr;
+    }
     found->second->lastUse = Clock::now();
     return found->second;
 }
@@ -83,8 +89,9 @@ bool Sessions::End(const std::string& id, const std::string& key, const char* wh
     {
         const std::lock_guard lock(mutex_);
         const auto found = live_.find(id);
-        if (found == live_.end() || found->second->key != key)
+        if (found == live_.end() || found->second->key != key) {
             return false;
+        }
         ended = live_.extract(found);
     }
     Log(ShortName(id) + " " + why);
@@ -108,12 +115,14 @@ void Sessions::EndIdleSessions(const std::stop_token& stop) {
         const auto oldest = Clock::now() - idleLimit_;
         for (auto next = live_.begin(); next != live_.end();) {
             const auto session = next++;
-            if (session->second->lastUse < oldest)
+            if (session->second->lastUse < oldest) {
                 idle.insert(live_.extract(session));
+            }
         }
         lock.unlock();
-        for (const auto& [id, session] : idle)
+        for (const auto& [id, session] : idle) {
             Log(ShortName(id) + " ended, its client has gone");
+        }
         idle.clear();
         lock.lock();
     }

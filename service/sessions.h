@@ -31,11 +31,11 @@ struct ExchangeAnswer {
     std::vector<Caption> captions;
 };
 
-/// Any thread calls any operation. Exchanges of different sessions run side by side, each on its
-/// caller's thread; those of one session take turns.
+// Any thread calls any operation. Exchanges of different sessions run side by side, each on its
+// caller's thread; those of one session take turns.
 class Sessions {
 public:
-    /// Both rooms outlive this one. A session that nobody has spoken to for `idleLimit` is ended.
+    // Both rooms outlive this one. A session that nobody has spoken to for `idleLimit` is ended.
     Sessions(Accounts& accounts, DecoderPool& decoders, std::chrono::milliseconds idleLimit);
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;

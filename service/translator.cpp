@@ -16,7 +16,7 @@ struct Route {
     std::string_view second; // empty: none
 };
 
-/// First match counts. Only Spanish is reached from English directly.
+// First match counts. Only Spanish is reached from English directly.
 constexpr std::array kRoutes = {
     Route{"es", "", "eng-spa", ""},        Route{"pt", "pt-BR", "eng-spa", "es-pt_BR"},
     Route{"pt", "", "eng-spa", "es-pt"},   Route{"fr", "", "eng-spa", "es-fr"},
@@ -30,7 +30,7 @@ const Route* FindRoute(std::string_view code, std::string_view locale) {
     return route == kRoutes.end() ? nullptr : route;
 }
 
-/// Any English: the locale goes back to the client with every caption, so its form is checked.
+// Any English: the locale goes back to the client with every caption, so its form is checked.
 bool IsEnglish(std::string_view locale) {
     return (locale == "en" || locale.starts_with("en-")) &&
            std::ranges::all_of(locale, [](unsigned char character) {
@@ -43,27 +43,32 @@ bool IsEnglish(std::string_view locale) {
 std::optional<Conversation> AgreeOn(const ClientLanguage& a, const ClientLanguage& b) {
     const ClientLanguage& spoken = IsEnglish(a.locale) ? a : b;
     const ClientLanguage& target = IsEnglish(a.locale) ? b : a;
-    if (!IsEnglish(spoken.locale) || FindRoute(target.code, target.locale) == nullptr)
+    if (!IsEnglish(spoken.locale) || FindRoute(target.code, target.locale) == nullptr) {
         return std::nullopt;
+    }
     return Conversation{spoken.locale, target.locale, target.code};
 }
 
 Translator::Translator(const Conversation& conversation) {
     const Route* const route = FindRoute(conversation.targetCode, conversation.targetLocale);
-    if (route == nullptr)
+    if (route == nullptr) {
         return;
+    }
     for (const std::string_view mode : {route->first, route->second}) {
-        if (!mode.empty())
+        if (!mode.empty()) {
             chains_.push_back(std::make_unique<ApertiumChain>(std::string(mode)));
+        }
     }
 }
 
 std::string Translator::Translate(const std::string& english) {
-    if (chains_.empty())
+    if (chains_.empty()) {
         return {};
+    }
     std::string text = english;
-    for (const auto& chain : chains_)
+    for (const auto& chain : chains_) {
         text = chain->Translate(text);
+    }
     return CapitalizeFirst(Presentable(text));
 }
 

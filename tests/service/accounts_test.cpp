@@ -28,8 +28,9 @@ TEST(AccountsTest, AKeyIsRefusedForTheReasonThatCountsMost) {
         Case{{"a", true, true, 0, 0}, Refusal::KeyDisabled},
         Case{{"a", true, false, 0, 0}, Refusal::KeyDisabled},
     };
-    for (const Case& sample : cases)
+    for (const Case& sample : cases) {
         EXPECT_EQ(RefusalOf(sample.account), sample.refusal) << sample.account.usedMs;
+    }
     EXPECT_EQ(RefusalOf(std::nullopt), Refusal::KeyNotFound);
     EXPECT_EQ((Account{"a", false, false, 1000, 1500}.RemainingMs()), 0);
 }
@@ -64,11 +65,13 @@ TEST(AccountsTest, ChargesOfSeveralThreadsAllCount) {
     accounts.Add({"key", false, true, 0, 0});
     {
         std::array<std::jthread, 4> threads;
-        for (std::jthread& thread : threads)
+        for (std::jthread& thread : threads) {
             thread = std::jthread([&] {
-                for (int i = 0; i < 50; ++i)
+                for (int i = 0; i < 50; ++i) {
                     accounts.Charge("key", 3);
+                }
             });
+        }
     }
     EXPECT_EQ(accounts.Find("key")->usedMs, 4 * 50 * 3);
 }
@@ -92,8 +95,9 @@ TEST(AccountsTest, AKillInTheMiddleLosesNoChargeThatWasMade) {
     reporting = FileDescriptor();
     std::int64_t reported = 0;
     for (char charge = 0; ::read(reports.Get(), &charge, 1) == 1;) {
-        if (++reported == 100)
+        if (++reported == 100) {
             ::kill(child, SIGKILL);
+        }
     }
     ::waitpid(child, nullptr, 0);
 
@@ -117,12 +121,14 @@ TEST(AccountsTest, TheFileOfKeysIsReadableByItsOwnerAlone) {
 
 TEST(AccountsTest, OnlyKeysThatNeedNoEncodingCanBeMade) {
     for (const std::string& key :
-         {std::string("a"), std::string("AZaz09-._~"), std::string(255, 'k')})
+         {std::string("a"), std::string("AZaz09-._~"), std::string(255, 'k')}) {
         EXPECT_TRUE(IsUsableKey(key)) << key;
+    }
     for (const std::string& key :
          {std::string(), std::string(256, 'k'), std::string("a b"), std::string("a&b"),
-          std::string("a%41"), std::string("a+b"), std::string("a\"b"), std::string("é")})
+          std::string("a%41"), std::string("a+b"), std::string("a\"b"), std::string("é")}) {
         EXPECT_FALSE(IsUsableKey(key)) << key;
+    }
 }
 
 } // namespace

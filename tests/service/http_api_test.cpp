@@ -33,8 +33,9 @@ std::string Base64(std::span<const std::int16_t> samples) {
     const std::size_t size = samples.size() * 2 / 3 * 3; // whole groups suffice here
     for (std::size_t i = 0; i < size; i += 3) {
         const unsigned int group = bytes[i] * 0x10000U + bytes[i + 1] * 0x100U + bytes[i + 2];
-        for (const unsigned int shift : {18U, 12U, 6U, 0U})
+        for (const unsigned int shift : {18U, 12U, 6U, 0U}) {
             text += kAlphabet[(group >> shift) & 63U];
+        }
     }
     return text;
 }
@@ -267,8 +268,9 @@ TEST_F(HttpApiTest, SpeechIsCaptionedAndBilledUntilTheQuotaIsGone) {
     std::size_t slices = 0;
     for (std::size_t at = 0; at + kSlice <= recording.samples.size(); at += kSlice, ++slices) {
         answer = Exchange(*client, id, "short", std::span(recording.samples).subspan(at, kSlice));
-        if (answer.status != 200)
+        if (answer.status != 200) {
             break;
+        }
         captions += answer.body;
     }
     EXPECT_EQ(slices, 4U); // the third leaves a fraction of a millisecond
@@ -279,8 +281,9 @@ TEST_F(HttpApiTest, SpeechIsCaptionedAndBilledUntilTheQuotaIsGone) {
     // The form is what a reader without a JSON parser relies on, to the byte.
     EXPECT_EQ(captions.find("[{\"original\":\""), captions.find('{') - 1);
     const std::string end = R"(","is_final":false,"source_lang":"en-GB","target_lang":"es"}])";
-    for (const std::string& part : {std::string(R"(","translated":")"), end})
+    for (const std::string& part : {std::string(R"(","translated":")"), end}) {
         EXPECT_NE(captions.find(part), std::string::npos) << part << " in " << captions;
+    }
     EXPECT_NE(captions.find("\"is_final\":true"), std::string::npos)
         << "the last words went with the quota";
 }
@@ -324,15 +327,17 @@ TEST_F(HttpApiTest, AClientThatDisappearsLeavesItsDecoderToTheNext) {
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     Answer answer = Start(*client, "other");
     EXPECT_EQ(answer.status, 503);
-    while (answer.status == 503 && std::chrono::steady_clock::now() < deadline)
+    while (answer.status == 503 && std::chrono::steady_clock::now() < deadline) {
         answer = Start(*client, "other");
+    }
     ASSERT_EQ(answer.status, 200) << answer.body;
 
     // One that goes on speaking is not taken for gone.
     const std::string id = Json::parse(answer.body)["session_id"];
     const auto end = std::chrono::steady_clock::now() + 900ms;
-    while (std::chrono::steady_clock::now() < end)
+    while (std::chrono::steady_clock::now() < end) {
         ASSERT_EQ(Exchange(*client, id, "other").status, 200);
+    }
 }
 
 } // namespace

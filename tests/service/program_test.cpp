@@ -17,20 +17,22 @@
 namespace service {
 namespace {
 
-/// One run of the program with its standard output in a pipe; killed if the test ends before it.
+// One run of the program with its standard output in a pipe; killed if the test ends before it.
 class Program {
 public:
     explicit Program(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), KELVARIN_SERVICE_PROGRAM);
         std::vector<char*> words;
         words.reserve(arguments.size() + 1);
-        for (std::string& argument : arguments)
+        for (std::string& argument : arguments) {
             words.push_back(argument.data());
+        }
         words.push_back(nullptr);
 
         std::array<int, 2> ends{};
-        if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+        if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipe");
+        }
         output_ = FileDescriptor(ends[0]);
         const FileDescriptor childEnd(ends[1]);
         posix_spawn_file_actions_t actions{};
@@ -51,14 +53,15 @@ public:
 
     std::string Line() {
         std::string line;
-        for (char character = 0; ::read(output_.Get(), &character, 1) == 1 && character != '\n';)
+        for (char character = 0; ::read(output_.Get(), &character, 1) == 1 && character != '\n';) {
             line += character;
+        }
         return line;
     }
 
     void Signal(int signal) const { ::kill(id_, signal); }
 
-    /// -1 when a signal ended it.
+    // -1 when a signal ended it.
     int ExitCode() {
         int status = 0;
         ::waitpid(id_, &status, 0);

@@ -19,8 +19,9 @@ static_assert(std::endian::native == std::endian::little);
 std::vector<std::int16_t> ReadSamples(const char* path) {
     std::ifstream file(path, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    if (bytes.empty())
+    if (bytes.empty()) {
         throw std::runtime_error(std::string("cannot read ") + path);
+    }
     std::vector<std::int16_t> samples(bytes.size() / 2);
     std::copy_n(bytes.data(), samples.size() * 2, reinterpret_cast<char*>(samples.data()));
     return samples;
@@ -33,8 +34,9 @@ std::string WordsIn(std::span<const std::int16_t> samples, service::DecoderPool&
 
     std::string words;
     for (const std::string& utterance : utterances) {
-        if (!words.empty() && !utterance.empty())
+        if (!words.empty() && !utterance.empty()) {
             words += ' ';
+        }
         words += utterance;
     }
     return words;
@@ -49,8 +51,9 @@ int main(int argc, char** argv) {
     }
     try {
         service::DecoderPool pool(1);
-        for (int i = 1; i < argc; ++i)
+        for (int i = 1; i < argc; ++i) {
             std::cout << WordsIn(ReadSamples(argv[i]), pool) << std::endl;
+        }
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {
         std::cerr << "kelvarin-recognize: " << error.what() << '\n';

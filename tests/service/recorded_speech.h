@@ -28,8 +28,9 @@ inline std::vector<std::int16_t> ReadWave(const std::string& path) {
     constexpr std::size_t kHeaderBytes = 44;
     std::ifstream file(path, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    if (bytes.size() <= kHeaderBytes)
+    if (bytes.size() <= kHeaderBytes) {
         throw std::runtime_error("no recording in " + path);
+    }
     std::vector<std::int16_t> samples((bytes.size() - kHeaderBytes) / 2);
     std::copy_n(bytes.data() + kHeaderBytes, samples.size() * 2,
                 reinterpret_cast<char*>(samples.data()));
@@ -50,12 +51,13 @@ inline std::vector<Recording> Recordings() {
     return recordings;
 }
 
-/// Words to insert, delete or replace to get from one text to the other.
+// Words to insert, delete or replace to get from one text to the other.
 inline std::size_t WordErrors(const std::vector<std::string>& spoken,
                               const std::vector<std::string>& recognised) {
     std::vector<std::size_t> errors(recognised.size() + 1);
-    for (std::size_t i = 0; i < errors.size(); ++i)
+    for (std::size_t i = 0; i < errors.size(); ++i) {
         errors[i] = i;
+    }
     for (std::size_t row = 0; row < spoken.size(); ++row) {
         std::size_t diagonal = std::exchange(errors[0], row + 1);
         for (std::size_t column = 0; column < recognised.size(); ++column) {

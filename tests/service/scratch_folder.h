@@ -10,8 +10,9 @@ class ScratchFolder {
 public:
     ScratchFolder() {
         std::string name = (std::filesystem::temp_directory_path() / "kelvarin-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr)
+        if (::mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("cannot make a scratch folder");
+        }
         path_ = name;
     }
     ScratchFolder(const ScratchFolder&) = delete;

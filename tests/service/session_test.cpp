@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 constexpr auto kSlice = 100ms;
 constexpr std::size_t kSliceSamples = kSampleRate / 10;
 
-/// A client that sends slices while there is speech and empty exchanges while there is none.
+// A client that sends slices while there is speech and empty exchanges while there is none.
 class Client {
 public:
     explicit Client(DecoderPool& pool) : session_(pool.Acquire(), {"en-US", "es-ES", "es"}) {}
@@ -27,11 +27,12 @@ public:
         }
     }
 
-    /// Empty exchanges until the last caption is final; the time that takes.
+    // Empty exchanges until the last caption is final; the time that takes.
     std::chrono::milliseconds SilenceUntilFinal() {
         auto passed = 0ms;
-        for (; passed < 3s && !captions_.empty() && !captions_.back().isFinal; passed += kSlice)
+        for (; passed < 3s && !captions_.empty() && !captions_.back().isFinal; passed += kSlice) {
             Exchange({});
+        }
         return passed;
     }
 
@@ -43,8 +44,9 @@ public:
     std::vector<std::string> FinalWords() const {
         std::string text;
         for (const Caption& caption : captions_) {
-            if (caption.isFinal)
+            if (caption.isFinal) {
                 text += caption.original + ' ';
+            }
         }
         return SplitWords(text);
     }
@@ -105,8 +107,9 @@ TEST(SessionTest, AShortGapIsNoPauseAndALongOneIs) {
     ASSERT_TRUE(client.Captions().back().isFinal);
 
     const std::size_t captions = client.Captions().size();
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         client.Exchange({});
+    }
     EXPECT_EQ(client.Captions().size(), captions) << "silence alone made captions";
     EXPECT_TRUE(client.TheSession().Finish().empty());
 }
@@ -119,10 +122,11 @@ TEST(SessionTest, WordsDependNeitherOnSlicingNorOnTheDecodersLastUser) {
     const auto recognise = [&](std::size_t slice) {
         Recognizer recognizer(pool.Acquire());
         std::vector<std::string> words;
-        for (std::size_t at = 0; at < samples.size(); at += slice)
+        for (std::size_t at = 0; at < samples.size(); at += slice) {
             std::ranges::move(
                 recognizer.Hear(samples.subspan(at, std::min(slice, samples.size() - at))),
                 std::back_inserter(words));
+        }
         words.push_back(recognizer.Finish());
         return words;
     };
@@ -131,8 +135,9 @@ TEST(SessionTest, WordsDependNeitherOnSlicingNorOnTheDecodersLastUser) {
     {
         Recognizer other(pool.Acquire()); // a louder speaker, stopped in the middle
         std::vector<std::int16_t> loud(recordings[1].samples.begin(), recordings[1].samples.end());
-        for (std::int16_t& sample : loud)
+        for (std::int16_t& sample : loud) {
             sample = static_cast<std::int16_t>(std::clamp(sample * 4, -32'768, 32'767));
+        }
         other.Hear(std::span(loud).first(loud.size() / 2));
     }
     EXPECT_EQ(fresh, recognise(16'384));

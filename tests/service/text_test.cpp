@@ -22,8 +22,9 @@ TEST(Base64, ReadsWhatAnEncoderWrites) {
 
 TEST(Base64, RefusesWhatNoEncoderWrites) {
     for (const char* const text : {"A", "AA", "AAA", "AAA*", "AA\nA", "AA=A", "====", "A===",
-                                   "AA==AAAA", "AAE=AAE=", "/x==", "AAF=", "AA-_", " AAA"})
+                                   "AA==AAAA", "AAE=AAE=", "/x==", "AAF=", "AA-_", " AAA"}) {
         EXPECT_EQ(DecodeBase64(text), std::nullopt) << text;
+    }
 }
 
 TEST(CaptionText, SpellsTheEnglishIAndTheFirstLetterOnly) {
@@ -59,8 +60,9 @@ TEST(CaptionText, LeavesNothingThatAReaderWithoutEscapesWouldTripOver) {
         Case{std::string_view("a\0b", 3), "a b"},
         Case{"\"{}\"", ""},
     };
-    for (const Case& sample : kCases)
+    for (const Case& sample : kCases) {
         EXPECT_EQ(Presentable(sample.text), sample.presentable) << sample.text;
+    }
 }
 
 TEST(CommandLine, TakesValuesInBothFormsAndRefusesWhatItDoesNotKnow) {
@@ -75,10 +77,12 @@ TEST(CommandLine, TakesValuesInBothFormsAndRefusesWhatItDoesNotKnow) {
     EXPECT_EQ(parse({"--port=81"}).Value("--port"), "81");
 
     for (const auto& wrong : std::vector<std::vector<std::string_view>>{
-             {"--prot", "80"}, {"--port"}, {"--plain=yes"}, {"--port=1", "--port=2"}})
+             {"--prot", "80"}, {"--port"}, {"--plain=yes"}, {"--port=1", "--port=2"}}) {
         EXPECT_THROW(parse(wrong), UsageError) << wrong.front();
-    for (const char* const number : {"", "-1", "65536", "80x", "99999999999999999999"})
+    }
+    for (const char* const number : {"", "-1", "65536", "80x", "99999999999999999999"}) {
         EXPECT_THROW(ParseNumber("--port", number, 0, 65'535), UsageError) << number;
+    }
 }
 
 } // namespace

@@ -29,8 +29,9 @@ TEST(AgreeOnTest, EnglishMayBeEitherLanguageAndTheOtherMustBeOnOffer) {
     for (const Case& sample : cases) {
         const auto conversation = AgreeOn(sample.a, sample.b);
         ASSERT_EQ(conversation.has_value(), sample.target != nullptr) << sample.a.locale;
-        if (!conversation)
+        if (!conversation) {
             continue;
+        }
         EXPECT_EQ(conversation->targetCode, sample.target);
         EXPECT_TRUE(conversation->spokenLocale.starts_with("en"));
     }

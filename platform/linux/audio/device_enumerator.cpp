@@ -6,6 +6,7 @@
 #include "audio/audio_client.h"
 #include "audio/endpoint.h"
 #include "audio/server_connection.h"
+#include "text/utf.h"
 
 #include <audioclient.h>
 #include <functiondiscoverykeys_devpkey.h>
@@ -73,7 +74,7 @@ public:
         if (access != STGM_READ) {
             return E_INVALIDARG;
         }
-        *store = MakeObject<PropertyStore>(WideText(endpoint_.description)).release();
+        *store = MakeObject<PropertyStore>(text::ToWide(endpoint_.description)).release();
         return S_OK;
     }
 

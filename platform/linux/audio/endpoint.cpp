@@ -1,9 +1,12 @@
 // Ids, formats and texts of endpoints.
 #include "audio/endpoint.h"
 
+#include "text/utf.h"
+
 #include <ksmedia.h>
 
 #include <array>
+#include <string_view>
 #include <utility>
 
 namespace audio {
@@ -17,35 +20,18 @@ std::string_view IdPrefix(EDataFlow flow) {
     return kIdPrefixes[flow == eRender ? 0 : 1].second;
 }
 
-std::string Utf8Text(std::u16string_view wide) {
-    const int length = static_cast<int>(wide.size());
-    const int bytes =
-        WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, utf8.data(), bytes, nullptr, nullptr);
-    return utf8;
-}
-
 } // namespace
 
-std::u16string WideText(std::string_view utf8) {
-    const int length = static_cast<int>(utf8.size());
-    const int units = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0);
-    std::u16string wide(static_cast<std::size_t>(units), u'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, wide.data(), units);
-    return wide;
-}
-
 std::u16string EndpointId(const Endpoint& endpoint) {
-    return WideText(std::string(IdPrefix(endpoint.flow)) + endpoint.name);
+    return text::ToWide(std::string(IdPrefix(endpoint.flow)) + endpoint.name);
 }
 
 bool ParseEndpointId(LPCWSTR id, EDataFlow& flow, std::string& name) {
-    const std::string text = Utf8Text(id);
+    const std::string whole = text::ToUtf8(id);
     for (const auto& [prefixFlow, prefix] : kIdPrefixes) {
-        if (text.starts_with(prefix)) {
+        if (whole.starts_with(prefix)) {
             flow = prefixFlow;
-            name = text.substr(prefix.size());
+            name = whole.substr(prefix.size());
             return true;
         }
     }

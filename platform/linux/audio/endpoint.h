@@ -6,7 +6,6 @@
 #include <mmreg.h>
 
 #include <string>
-#include <string_view>
 
 #include <pulse/channelmap.h>
 #include <pulse/sample.h>
@@ -32,7 +31,5 @@ bool ParseEndpointId(LPCWSTR id, EDataFlow& flow, std::string& name);
 
 // 32-bit float in the device's own rate and channels.
 WAVEFORMATEXTENSIBLE MixFormat(const Endpoint& endpoint);
-
-std::u16string WideText(std::string_view utf8);
 
 } // namespace audio

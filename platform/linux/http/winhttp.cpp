@@ -6,6 +6,7 @@
 #include "http/request.h"
 #include "http/session.h"
 #include "http/url.h"
+#include "text/utf.h"
 
 #include <algorithm>
 #include <csignal>
@@ -21,33 +22,9 @@
 
 namespace {
 
-using WideString = std::basic_string<WCHAR>;
 using WideView = std::basic_string_view<WCHAR>;
 
 constexpr DWORD kTerminated = 0xFFFFFFFF; // as a length: up to the terminating zero
-
-std::string ToUtf8(WideView wide) {
-    if (wide.empty()) {
-        return {};
-    }
-    const int units = static_cast<int>(wide.size());
-    const int bytes =
-        WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
-    std::string text(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, text.data(), bytes, nullptr, nullptr);
-    return text;
-}
-
-WideString ToWide(std::string_view text) {
-    if (text.empty()) {
-        return {};
-    }
-    const int bytes = static_cast<int>(text.size());
-    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, nullptr, 0);
-    WideString wide(static_cast<std::size_t>(units), 0);
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), units);
-    return wide;
-}
 
 WideView View(LPCWSTR text, DWORD length) {
     if (!text) {
@@ -130,14 +107,14 @@ bool StorePart(const std::string& part, LPWSTR buffer, DWORD& length) {
     if (length == 0) {
         return true;
     }
-    const WideString text = ToWide(part);
-    const bool fits = buffer && text.size() < length;
-    length = static_cast<DWORD>(text.size());
+    const std::u16string wide = text::ToWide(part);
+    const bool fits = buffer && wide.size() < length;
+    length = static_cast<DWORD>(wide.size());
     if (!fits) {
         ++length; // with the terminating zero
         return false;
     }
-    *std::copy(text.begin(), text.end(), buffer) = 0;
+    *std::copy(wide.begin(), wide.end(), buffer) = 0;
     return true;
 }
 
@@ -164,7 +141,7 @@ BOOL WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, URL_COMPONENTS* com
         !IsLibraryReady()) {
         return FALSE;
     }
-    const auto parts = http::SplitUrl(ToUtf8(View(url, length == 0 ? kTerminated : length)));
+    const auto parts = http::SplitUrl(text::ToUtf8(View(url, length == 0 ? kTerminated : length)));
     if (!parts) {
         return FALSE;
     }
@@ -187,7 +164,7 @@ BOOL WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, URL_COMPONENTS* com
 
 HINTERNET WinHttpOpen(LPCWSTR userAgent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass,
                       DWORD flags) {
-    std::string agent = ToUtf8(View(userAgent, kTerminated));
+    std::string agent = text::ToUtf8(View(userAgent, kTerminated));
     if (accessType != WINHTTP_ACCESS_TYPE_DEFAULT_PROXY || proxyName || proxyBypass || flags != 0 ||
         HasControl(agent) || !IsLibraryReady()) {
         return nullptr;
@@ -207,7 +184,7 @@ BOOL WinHttpSetOption(HINTERNET session, DWORD option, LPVOID value, DWORD bytes
 
 HINTERNET WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD reserved) {
     auto common = Handles().Find<Session>(session);
-    std::string hostText = ToUtf8(View(host, kTerminated));
+    std::string hostText = text::ToUtf8(View(host, kTerminated));
     if (!common || reserved != 0 || !http::MakeOrigin(true, hostText, port)) {
         return nullptr;
     }
@@ -229,7 +206,7 @@ HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR method, LPCWSTR path,
         return nullptr;
     }
     http::Address address{secure, std::move(*origin),
-                          http::MakeTarget(ToUtf8(View(path, kTerminated)))};
+                          http::MakeTarget(text::ToUtf8(View(path, kTerminated)))};
     auto request = std::make_shared<Request>(std::move(parent), *verb, std::move(address));
     return request->IsUsable() ? Handles().Add(std::move(request)) : nullptr;
 }
@@ -249,7 +226,7 @@ BOOL WinHttpAddRequestHeaders(HINTERNET request, LPCWSTR headers, DWORD length, 
     if (!target || !headers || modifiers != WINHTTP_ADDREQ_FLAG_ADD) {
         return FALSE;
     }
-    return target->AddHeaders(ToUtf8(View(headers, length))) ? TRUE : FALSE;
+    return target->AddHeaders(text::ToUtf8(View(headers, length))) ? TRUE : FALSE;
 }
 
 BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID body,
@@ -258,7 +235,7 @@ BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength,
     if (!target || bodyLength != totalLength || (!body && bodyLength != 0)) {
         return FALSE;
     }
-    return target->AddHeaders(ToUtf8(View(headers, headersLength))) &&
+    return target->AddHeaders(text::ToUtf8(View(headers, headersLength))) &&
                    target->Send(body, bodyLength)
                ? TRUE
                : FALSE;

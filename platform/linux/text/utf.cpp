@@ -1,5 +1,7 @@
 // UTF-8 and UTF-16, with the Windows calls' way of counting. Text that is not well formed never
 // fails: what cannot be read becomes U+FFFD.
+#include "text/utf.h"
+
 #include <windows.h>
 
 #include <algorithm>
@@ -159,12 +161,30 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int length, LP
     return output.Result();
 }
 
-int fputws(const WCHAR* text, std::FILE* stream) {
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    if (bytes == 0) {
-        return EOF;
+std::string text::ToUtf8(std::u16string_view wide) {
+    if (wide.empty()) {
+        return {}; // a length of 0 is an error to the calls
     }
+    const int units = static_cast<int>(wide.size());
+    const int bytes =
+        WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
     std::string utf8(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), bytes, nullptr, nullptr);
-    return std::fputs(utf8.c_str(), stream); // one call, so that lines of two threads do not mix
+    WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, utf8.data(), bytes, nullptr, nullptr);
+    return utf8;
+}
+
+std::u16string text::ToWide(std::string_view utf8) {
+    if (utf8.empty()) {
+        return {};
+    }
+    const int bytes = static_cast<int>(utf8.size());
+    const int units = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0);
+    std::u16string wide(static_cast<std::size_t>(units), u'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, wide.data(), units);
+    return wide;
+}
+
+int fputws(const WCHAR* line, std::FILE* stream) {
+    // One call, so that the lines of two threads do not mix.
+    return std::fputs(text::ToUtf8(line).c_str(), stream);
 }
