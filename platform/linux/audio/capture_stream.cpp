@@ -9,8 +9,8 @@ namespace audio {
 namespace {
 
 constexpr std::uint32_t kPacketsPerSecond = 100;
-// Twice as many wake-ups, with fragments of one packet, gain nothing that was measurable.
-constexpr std::size_t kPacketsPerFragment = 2;
+// Fewer to a fragment cost wake-ups and gained nothing that was measurable.
+constexpr std::size_t kPacketsPerFragment = 3;
 
 } // namespace
 
