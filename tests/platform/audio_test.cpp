@@ -723,6 +723,16 @@ TEST(PacketRingUse, SilenceIsEveryBitZeroButTheSign) {
     }
 }
 
+// A fragment of the server brings several packets, and its last one may be silent already.
+TEST(PacketRingUse, SoundAnywhereInAFragmentIsMarkedOnce) {
+    PacketRing ring(2, 10);
+    const float fragment[] = {0.0F, 0.5F, 0.0F, 0.0F, 0.0F, 0.0F};
+    ring.Write(fragment, 6);
+    EXPECT_TRUE(ring.TakeSoundMark());
+    ring.Write(nullptr, 6);
+    EXPECT_FALSE(ring.TakeSoundMark());
+}
+
 TEST(PacketRingUse, HeldPacketStaysAsItIsWhileTheRingRunsOver) {
     PacketRing ring(4, 3);
     for (int i = 0; i < 3; ++i) {

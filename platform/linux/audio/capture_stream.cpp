@@ -129,7 +129,7 @@ void CaptureStream::TakeFragments() {
     }
     if (readyEvent_ != nullptr) {
         SetEvent(readyEvent_);
-    } else if (packets_.LastWasSound()) {
+    } else if (packets_.TakeSoundMark()) {
         soundReady_->Set();
     }
 }

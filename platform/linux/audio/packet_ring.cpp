@@ -51,7 +51,7 @@ bool PacketRing::Write(const void* samples, std::size_t count) {
 bool PacketRing::Publish() {
     const std::uint64_t head = head_.load(std::memory_order_relaxed);
     slots_[SlotIndex(head)] = {sequence_, soundBits_ == 0};
-    lastWasSound_ = soundBits_ != 0;
+    soundMark_ = soundMark_ || soundBits_ != 0;
     filled_ = 0;
     soundBits_ = 0;
     ++sequence_;

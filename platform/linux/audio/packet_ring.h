@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace audio {
@@ -51,8 +52,8 @@ public:
     // Takes samples as they come; a null `samples` stands for `count` zeros. True when a packet
     // has become ready.
     bool Write(const void* samples, std::size_t count);
-    // Whether the packet finished last was not silent.
-    bool LastWasSound() const { return lastWasSound_; }
+    // Whether any packet finished since the last call was not silent.
+    bool TakeSoundMark() { return std::exchange(soundMark_, false); }
     // The packet being filled has a seam in it.
     void BreakSequence() { ++sequence_; }
 
@@ -89,7 +90,7 @@ private:
     // Producer's own.
     std::size_t filled_ = 0;      // samples in the slot being filled
     std::uint32_t soundBits_ = 0; // any bit but the sign of any of them; 0: silence so far
-    bool lastWasSound_ = false;   // the packet finished before it
+    bool soundMark_ = false;      // a packet finished since TakeSoundMark was not silent
     std::uint64_t sequence_ = 0;  // number of the packet being filled
 
     // Consumer's own.

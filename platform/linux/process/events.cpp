@@ -1,9 +1,9 @@
 // Waitable objects: events.
 #include "process/event.h"
 
-#include <cerrno>
 #include <chrono>
 #include <climits>
+#include <ctime>
 #include <memory>
 
 #include <linux/futex.h>
