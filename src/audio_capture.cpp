@@ -227,6 +227,7 @@ void AudioCapture::Stop() {
     if (hEvent_) {
         SetEvent(hEvent_.get()); // a microphone thread would wait for up to 200 ms
     }
+    SetEvent(mixWake_.get());
     JoinThreads();
     const std::lock_guard lock(mutex_);
     CloseParts(SingleSource());

@@ -52,7 +52,7 @@ private:
     static bool OpenStream(const WideString& deviceId, bool loopback, CaptureStream& stream);
     static void CloseStream(CaptureStream& stream);
     static void StreamReadLoop(const CaptureStream& stream, const std::atomic<bool>& stop,
-                               std::mutex& mutex, std::vector<std::int16_t>& queue);
+                               std::mutex& mutex, std::vector<std::int16_t>& queue, HANDLE queued);
     bool LaunchMixThreads();
     void JoinThreads();
     void MicThread();
@@ -83,4 +83,5 @@ private:
     std::mutex mixMutex_; // guards the two queues; nothing is converted, mixed or called under it
     std::vector<std::int16_t> micBuffer_;
     std::vector<std::int16_t> loopBuffer_;
+    const EventHandle mixWake_{CreateEventW(nullptr, FALSE, FALSE, nullptr)}; // samples, or stop_
 };

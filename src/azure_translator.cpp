@@ -210,6 +210,7 @@ void AzureTranslator::Stop() {
     }
     DebugTrace(TEXT("[PROXY] Stop() called\n"));
     running_.exchange(false);
+    SetEvent(wake_.get());
     if (thread_.joinable()) {
         thread_.join();
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "audio_queue.h"
+#include "event_handle.h"
 #include "wide_text.h"
 
 #include <windows.h>
@@ -91,6 +92,7 @@ public:
 
 private:
     void ExchangeLoop();
+    DWORD PauseForAudio(DWORD longestMs);
     bool HandleExchange(DWORD status, const std::string& response);
     void DispatchResults(const std::string& response);
     void EndByService(const WideString& error);
@@ -127,5 +129,7 @@ private:
     std::atomic<bool> running_{false}; // a session is live; the one signal between the threads
     std::mutex audioMutex_;  // guards audioBuffer_; held for one copy, never for a request
     AudioQueue audioBuffer_; // not yet sent, oldest first
-    std::thread thread_;     // runs ExchangeLoop
+    // Set when audio has come or running_ has fallen.
+    const EventHandle wake_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    std::thread thread_; // runs ExchangeLoop
 };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "com_ref.h"
+#include "event_handle.h"
 #include "sample_conversion.h"
 #include "wide_text.h"
 
@@ -17,26 +18,6 @@
 #include <cstdint>
 #include <utility>
 #include <vector>
-
-// An owned event.
-class EventHandle {
-public:
-    EventHandle() = default;
-    ~EventHandle() { Reset(nullptr); }
-    EventHandle(const EventHandle&) = delete;
-    EventHandle& operator=(const EventHandle&) = delete;
-
-    explicit operator bool() const { return event_ != nullptr; }
-    HANDLE get() const { return event_; }
-    void Reset(HANDLE event) {
-        if (HANDLE former = std::exchange(event_, event); former != nullptr) {
-            CloseHandle(former);
-        }
-    }
-
-private:
-    HANDLE event_ = nullptr;
-};
 
 // The calling thread's membership in the scheduling class of audio work, where the system grants
 // it.

@@ -7,6 +7,8 @@
 #include "json_scanner.h"
 #include "service_message.h"
 
+#include <algorithm>
+#include <chrono>
 #include <vector>
 
 namespace {
@@ -31,9 +33,29 @@ void AzureTranslator::PushAudio(const std::uint8_t* data, std::uint32_t bytes) {
         const std::lock_guard lock(audioMutex_);
         dropping = audioBuffer_.Append(data, bytes);
     }
+    SetEvent(wake_.get());
     if (dropping) {
         DebugTrace(TEXT("[PROXY] PushAudio: ten minutes of audio waiting, dropping the oldest\n"));
     }
+}
+
+// Pauses for one poll of the buffer and, while it stays empty, for those behind it, `longestMs` at
+// most; returns how many milliseconds of polls that was. A thread that wakes for each of them would
+// keep the processor from resting through every silence.
+DWORD AzureTranslator::PauseForAudio(DWORD longestMs) {
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    if (WaitForSingleObject(wake_.get(), longestMs) == WAIT_TIMEOUT) {
+        return longestMs;
+    }
+    // What woke it is for the next poll to find.
+    const auto waitedMs = static_cast<DWORD>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+    const DWORD polls = std::min(waitedMs / kPollPauseMs + 1, longestMs / kPollPauseMs);
+    if (running_ && polls * kPollPauseMs > waitedMs) {
+        Sleep(polls * kPollPauseMs - waitedMs);
+    }
+    return polls * kPollPauseMs;
 }
 
 void AzureTranslator::ExchangeLoop() {
@@ -53,8 +75,7 @@ void AzureTranslator::ExchangeLoop() {
             audioBuffer_.Take(slice, kLargestSlice);
         }
         if (slice.empty()) {
-            Sleep(kPollPauseMs);
-            idleMs += kPollPauseMs;
+            idleMs += PauseForAudio(kIdleThresholdMs - idleMs);
             if (idleMs < kIdleThresholdMs) {
                 continue;
             }

@@ -68,17 +68,22 @@ bool AudioCapture::LaunchMixThreads() {
     }
     TraceText(TEXT("[AUDIO] StartMixed: failed to start a thread\n"));
     stop_ = true;
+    SetEvent(mixWake_.get());
     JoinThreads();
     callback_ = nullptr;
     return false;
 }
 
 void AudioCapture::StreamReadLoop(const CaptureStream& stream, const std::atomic<bool>& stop,
-                                  std::mutex& mutex, std::vector<std::int16_t>& queue) {
+                                  std::mutex& mutex, std::vector<std::int16_t>& queue,
+                                  HANDLE queued) {
     const MultimediaTask task;
     const auto append = [&](const std::vector<std::int16_t>& samples) {
-        const std::lock_guard lock(mutex);
-        queue.insert(queue.end(), samples.begin(), samples.end());
+        {
+            const std::lock_guard lock(mutex);
+            queue.insert(queue.end(), samples.begin(), samples.end());
+        }
+        SetEvent(queued);
         return true;
     };
     const PacketSource source{stream.capture.get(), stream.event.get(), stream.fmt.get(),
@@ -88,13 +93,13 @@ void AudioCapture::StreamReadLoop(const CaptureStream& stream, const std::atomic
 
 void AudioCapture::MicThread() {
     TraceText(TEXT("[AUDIO] MixMode: MicThread started\n"));
-    StreamReadLoop(micStream_, stop_, mixMutex_, micBuffer_);
+    StreamReadLoop(micStream_, stop_, mixMutex_, micBuffer_, mixWake_.get());
     TraceText(TEXT("[AUDIO] MixMode: MicThread exiting\n"));
 }
 
 void AudioCapture::LoopbackThread() {
     TraceText(TEXT("[AUDIO] MixMode: LoopbackThread started\n"));
-    StreamReadLoop(loopStream_, stop_, mixMutex_, loopBuffer_);
+    StreamReadLoop(loopStream_, stop_, mixMutex_, loopBuffer_, mixWake_.get());
     TraceText(TEXT("[AUDIO] MixMode: LoopbackThread exiting\n"));
 }
 
@@ -104,7 +109,11 @@ void AudioCapture::MixThread() {
     std::vector<std::int16_t> mic; // they trade places with the queues, so capacity is kept
     std::vector<std::int16_t> loopback;
     while (!stop_) {
-        Sleep(5);
+        // A round's pause lets both sources deliver; in silence there is nothing to wake up for.
+        WaitForSingleObject(mixWake_.get(), INFINITE);
+        if (!stop_) {
+            Sleep(5);
+        }
         if (stop_) {
             break;
         }
