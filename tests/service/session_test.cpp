@@ -162,17 +162,5 @@ TEST(RecognizerTest, SpeechWithoutAPauseIsCutAndGoesOn) {
     EXPECT_TRUE(recognizer.InUtterance());
 }
 
-TEST(DecoderPoolTest, HandsOutNoMoreThanItHasAndTakesThemBack) {
-    DecoderPool pool(1);
-    const Decoder* first = nullptr;
-    {
-        const DecoderLease lease = pool.Acquire();
-        first = lease.get();
-        ASSERT_NE(first, nullptr);
-        EXPECT_EQ(pool.Acquire(), nullptr);
-    }
-    EXPECT_EQ(pool.Acquire().get(), first) << "loaded another one instead of the idle one";
-}
-
 } // namespace
 } // namespace service

@@ -186,9 +186,7 @@ public:
 
     bool Write(std::string_view text) {
         while (!text.empty()) {
-            constexpr std::size_t kMostAtOnce = 1U << 20U;
-            const auto count =
-                WriteSome(text.data(), static_cast<int>(std::min(text.size(), kMostAtOnce)));
+            const auto count = WriteSome(text.data(), static_cast<int>(text.size()));
             if (count <= 0) {
                 return false;
             }
@@ -222,15 +220,6 @@ private:
 
 // ---- HTTP --------------------------------------------------------------------------------------
 
-bool EqualWithoutCase(std::string_view left, std::string_view right) {
-    const auto lower = [](char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                    : character;
-    };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [&lower](char a, char b) { return lower(a) == lower(b); });
-}
-
 std::string_view TakeLine(std::string_view& text) {
     const std::size_t end = text.find("\r\n");
     const std::string_view line = text.substr(0, end);
@@ -241,12 +230,11 @@ std::string_view TakeLine(std::string_view& text) {
 ScriptedRequest ParseHead(std::string_view head) {
     ScriptedRequest request;
     const std::string_view requestLine = TakeLine(head);
-    const std::size_t methodEnd = requestLine.find(' ');
-    const std::size_t targetEnd = requestLine.rfind(' ');
-    if (methodEnd != std::string_view::npos && targetEnd > methodEnd) {
-        request.method = requestLine.substr(0, methodEnd);
-        request.target = requestLine.substr(methodEnd + 1, targetEnd - methodEnd - 1);
-    }
+    const std::size_t methodEnd = std::min(requestLine.find(' '), requestLine.size());
+    const std::size_t targetEnd = std::min(requestLine.rfind(' '), requestLine.size());
+    request.method = requestLine.substr(0, methodEnd);
+    request.target = requestLine.substr(methodEnd, targetEnd - methodEnd);
+    request.target.erase(0, 1); // the space
     while (!head.empty()) {
         request.headers.emplace_back(TakeLine(head));
     }
@@ -286,14 +274,11 @@ std::string NormalAnswer(const ScriptedAnswer& answer) {
 } // namespace
 
 std::string ScriptedRequest::Header(std::string_view name) const {
-    for (const std::string& line : headers) {
-        const std::size_t colon = line.find(':');
-        if (colon != std::string::npos && EqualWithoutCase(line.substr(0, colon), name)) {
-            const std::size_t value = line.find_first_not_of(' ', colon + 1);
-            return value == std::string::npos ? "" : line.substr(value);
-        }
-    }
-    return {};
+    const std::string begin = std::string(name) + ": ";
+    const auto line = std::find_if(headers.begin(), headers.end(), [&begin](const auto& header) {
+        return header.starts_with(begin);
+    });
+    return line == headers.end() ? "" : line->substr(begin.size());
 }
 
 // ---- The service -------------------------------------------------------------------------------
@@ -309,8 +294,8 @@ struct ScriptedService::State {
     void Listen();
     void AcceptClients();
     void WakeAcceptor() const;
-    void Serve(Client& client, int number);
-    void Converse(Stream& stream, int number);
+    void Serve(Client& client);
+    void Converse(Stream& stream);
     bool Answer(Stream& stream, const ScriptedAnswer& answer);
     bool WaitBeforeAnswer(std::chrono::milliseconds delay);
 
@@ -360,12 +345,12 @@ void ScriptedService::State::AcceptClients() {
         SetOption(socket, IPPROTO_TCP, TCP_NODELAY);
         Client& client = clients.emplace_back();
         client.socket = std::move(socket);
-        client.thread = std::thread([this, &client, number = accepted] { Serve(client, number); });
+        client.thread = std::thread([this, &client] { Serve(client); });
         ++accepted;
     }
 }
 
-void ScriptedService::State::Serve(Client& client, int number) {
+void ScriptedService::State::Serve(Client& client) {
     PrepareThread();
     RawSocket socket = kNoSocket;
     {
@@ -379,17 +364,16 @@ void ScriptedService::State::Serve(Client& client, int number) {
                 const std::scoped_lock lock(mutex);
                 ++handshakes;
             }
-            Converse(stream, number);
+            Converse(stream);
         }
     }
     const std::scoped_lock lock(mutex);
     client.socket.Close();
 }
 
-void ScriptedService::State::Converse(Stream& stream, int number) {
+void ScriptedService::State::Converse(Stream& stream) {
     std::string pending;
     while (auto request = ReadRequest(stream, pending)) {
-        request->connection = number;
         Handler current;
         {
             const std::scoped_lock lock(mutex);
@@ -408,7 +392,6 @@ bool ScriptedService::State::Answer(Stream& stream, const ScriptedAnswer& answer
     if (!WaitBeforeAnswer(answer.delay)) {
         return false;
     }
-    std::string dropped;
     switch (answer.kind) {
     case ScriptedAnswer::Kind::Normal:
         return stream.Write(NormalAnswer(answer));
@@ -417,10 +400,6 @@ bool ScriptedService::State::Answer(Stream& stream, const ScriptedAnswer& answer
         stream.SayGoodbye();
         return false;
     case ScriptedAnswer::Kind::CloseOnly:
-        return false;
-    case ScriptedAnswer::Kind::Hang:
-        while (stream.ReadMore(dropped)) {
-        }
         return false;
     }
     return false;
@@ -446,9 +425,6 @@ ScriptedService::~ScriptedService() {
 }
 
 void ScriptedService::Start() {
-    if (state_->acceptor.joinable()) {
-        return;
-    }
     {
         const std::scoped_lock lock(state_->mutex);
         state_->isStopping = false;

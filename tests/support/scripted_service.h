@@ -18,9 +18,8 @@ struct ScriptedRequest {
     std::string target;               // as in the request line, not decoded
     std::vector<std::string> headers; // "Name: value" lines in their order, without line ends
     std::string body;
-    int connection = 0; // which accepted connection it came on, from 0
 
-    // The value of a header, compared without case; empty when it is missing.
+    // The value of a header; empty when it is missing.
     std::string Header(std::string_view name) const;
 };
 
@@ -30,7 +29,6 @@ struct ScriptedAnswer {
         Normal,    // status and body, and the connection stays open
         Raw,       // `body` is written as it stands, head included, then the connection closes
         CloseOnly, // the connection closes without a byte
-        Hang,      // nothing is written until the service is stopped or the client leaves
     };
     Kind kind = Kind::Normal;
     int status = 200;

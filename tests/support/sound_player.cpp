@@ -2,7 +2,6 @@
 #include "support/sound_player.h"
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <utility>
@@ -57,6 +56,7 @@ private:
 struct SoundPlayer::State {
     State(std::string sinkName, std::uint32_t sampleRate, unsigned channels, unsigned buffer)
         : sink(std::move(sinkName)), bufferMs(buffer), loop(pa_threaded_mainloop_new()) {
+        format.format = PA_SAMPLE_FLOAT32NE;
         format.rate = sampleRate;
         format.channels = static_cast<std::uint8_t>(channels);
         if (!Connect()) {
@@ -89,12 +89,10 @@ struct SoundPlayer::State {
                          kPatience);
     }
 
-    void Play(pa_sample_format_t sampleFormat, const void* samples, std::size_t size) {
+    void Play(std::span<const std::byte> samples) {
         const LoopLock lock(loop.get());
         stream.reset();
-        format.format = sampleFormat;
-        bytes.resize(size);
-        std::memcpy(bytes.data(), samples, size);
+        bytes.assign(samples.begin(), samples.end());
         written = 0;
         writes.clear();
 
@@ -210,11 +208,7 @@ SoundPlayer::SoundPlayer(const std::string& sink, std::uint32_t sampleRate, unsi
 SoundPlayer::~SoundPlayer() = default;
 
 void SoundPlayer::Play(std::span<const float> samples) {
-    state_->Play(PA_SAMPLE_FLOAT32NE, samples.data(), samples.size_bytes());
-}
-
-void SoundPlayer::Play(std::span<const std::int16_t> samples) {
-    state_->Play(PA_SAMPLE_S16NE, samples.data(), samples.size_bytes());
+    state_->Play(std::as_bytes(samples));
 }
 
 std::optional<SoundPlayer::TimePoint> SoundPlayer::HandedOverAt(std::size_t frame) const {

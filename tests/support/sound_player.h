@@ -29,7 +29,6 @@ public:
     // Plays interleaved samples, which are copied, and returns when the stream is open. What played
     // before is cut off.
     void Play(std::span<const float> samples);
-    void Play(std::span<const std::int16_t> samples);
 
     // When the frame (counted from 0) went to the server; nothing while it has not.
     std::optional<TimePoint> HandedOverAt(std::size_t frame) const;

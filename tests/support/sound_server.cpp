@@ -1,18 +1,19 @@
-// The server's process, and the connection that orders its modules about.
+// The server's process, and the command line that orders its modules about: it needs no thread of
+// this process, so the counts that tests make of threads are those of what they test.
 #include "support/sound_server.h"
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include <fcntl.h>
-#include <pulse/pulseaudio.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,117 +31,37 @@ std::filesystem::path MakeFolder() {
     return pattern;
 }
 
-// A property list with one entry, quoted once as an argument and once as a value.
-std::string DescriptionProperty(const std::string& description) {
-    return "\"device.description='" + description + "'\"";
+// As one word of a shell's command.
+std::string Quoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char character : text) {
+        quoted += character == '\'' ? "'\\''" : std::string(1, character);
+    }
+    return quoted + "'";
+}
+
+// What the server answers to a command, or nothing when it refuses.
+std::optional<std::string> Ask(const std::string& command) {
+    FILE* const pipe = popen(("pactl " + command + " 2>/dev/null").c_str(), "re");
+    if (pipe == nullptr) {
+        return std::nullopt;
+    }
+    std::string answer;
+    for (int character = 0; (character = std::fgetc(pipe)) != EOF;) {
+        answer += static_cast<char>(character);
+    }
+    return pclose(pipe) == 0 ? std::optional(answer) : std::nullopt;
+}
+
+std::string Command(const std::string& command) {
+    const auto answer = Ask(command);
+    if (!answer) {
+        throw std::runtime_error("the sound server refuses: " + command);
+    }
+    return *answer;
 }
 
 } // namespace
-
-// A connection whose loop turns only while one of its operations runs: it needs no thread, so the
-// counts that tests make of threads are those of what they test.
-class SoundServer::Control {
-public:
-    Control() : loop_(pa_mainloop_new()) {}
-    ~Control() {
-        context_.reset();
-        loop_.reset();
-    }
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
-
-    bool Connect(const std::string& address) {
-        context_.reset(pa_context_new(pa_mainloop_get_api(loop_.get()), "sound server of a test"));
-        if (pa_context_connect(context_.get(), address.c_str(), PA_CONTEXT_NOAUTOSPAWN, nullptr) <
-            0) {
-            return false;
-        }
-        return TurnUntil(
-            [this] { return pa_context_get_state(context_.get()) == PA_CONTEXT_READY; });
-    }
-
-    Module Load(const std::string& name, const std::string& arguments) {
-        Module module = PA_INVALID_INDEX;
-        const auto onLoaded = [](pa_context* /*context*/, std::uint32_t index, void* user) {
-            *static_cast<Module*>(user) = index;
-        };
-        const bool done = Finish(pa_context_load_module(context_.get(), name.c_str(),
-                                                        arguments.c_str(), onLoaded, &module));
-        if (!done || module == PA_INVALID_INDEX) {
-            throw std::runtime_error("cannot load " + name + " " + arguments);
-        }
-        return module;
-    }
-
-    using Request = std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>;
-    void Ask(const std::string& what, const Request& request) {
-        bool accepted = false;
-        const auto onDone = [](pa_context* /*context*/, int success, void* user) {
-            *static_cast<bool*>(user) = success != 0;
-        };
-        if (!Finish(request(context_.get(), onDone, &accepted)) || !accepted) {
-            throw std::runtime_error("cannot " + what);
-        }
-    }
-
-private:
-    struct FreeLoop {
-        void operator()(pa_mainloop* loop) const { pa_mainloop_free(loop); }
-    };
-    struct CloseContext {
-        void operator()(pa_context* context) const {
-            pa_context_disconnect(context);
-            pa_context_unref(context);
-        }
-    };
-    struct AbandonOperation {
-        void operator()(pa_operation* operation) const {
-            pa_operation_cancel(operation);
-            pa_operation_unref(operation);
-        }
-    };
-
-    bool TurnUntil(const std::function<bool()>& done) {
-        const Clock::time_point end = Clock::now() + kPatience;
-        while (!done()) {
-            if (!PA_CONTEXT_IS_GOOD(pa_context_get_state(context_.get())) || Clock::now() > end) {
-                return false;
-            }
-            constexpr int kTurnMicroseconds = 100'000;
-            if (pa_mainloop_prepare(loop_.get(), kTurnMicroseconds) < 0 ||
-                pa_mainloop_poll(loop_.get()) < 0 || pa_mainloop_dispatch(loop_.get()) < 0) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    bool Finish(pa_operation* begun) {
-        const std::unique_ptr<pa_operation, AbandonOperation> operation(begun);
-        return operation != nullptr && TurnUntil([&operation] {
-                   return pa_operation_get_state(operation.get()) != PA_OPERATION_RUNNING;
-               });
-    }
-
-    std::unique_ptr<pa_mainloop, FreeLoop> loop_;
-    std::unique_ptr<pa_context, CloseContext> context_;
-};
-
-EnvironmentSetting::EnvironmentSetting(const std::string& name, const std::string& value)
-    : name_(name) {
-    if (const char* former = std::getenv(name.c_str()); former != nullptr) {
-        former_ = former;
-    }
-    setenv(name.c_str(), value.c_str(), 1);
-}
-
-EnvironmentSetting::~EnvironmentSetting() {
-    if (former_) {
-        setenv(name_.c_str(), former_->c_str(), 1);
-    } else {
-        unsetenv(name_.c_str());
-    }
-}
 
 SoundServer::SoundServer()
     : folder_(MakeFolder()), address_("unix:" + (folder_ / "socket").string()),
@@ -153,7 +74,6 @@ SoundServer::~SoundServer() {
 }
 
 void SoundServer::CleanUp() {
-    control_.reset();
     Kill();
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
@@ -215,8 +135,7 @@ void SoundServer::StartProcess() {
     // The socket is made before the server listens on it, so only a connection tells.
     const Clock::time_point end = Clock::now() + kPatience;
     for (;;) {
-        control_ = std::make_unique<Control>();
-        if (control_->Connect(address_)) {
+        if (Ask("info")) {
             return;
         }
         const bool exited = waitpid(processId_, nullptr, WNOHANG) != 0;
@@ -238,14 +157,12 @@ std::string SoundServer::Log() const {
 }
 
 SoundServer::Module SoundServer::LoadModule(const std::string& name, const std::string& arguments) {
-    return control_->Load(name, arguments);
+    return static_cast<Module>(
+        std::stoul(Command("load-module " + name + " " + Quoted(arguments))));
 }
 
 void SoundServer::UnloadModule(Module module) {
-    control_->Ask("unload a module",
-                  [module](pa_context* context, pa_context_success_cb_t onDone, void* user) {
-                      return pa_context_unload_module(context, module, onDone, user);
-                  });
+    Command("unload-module " + std::to_string(module));
 }
 
 SoundServer::Module SoundServer::AddSink(const std::string& name, std::uint32_t sampleRate,
@@ -257,39 +174,28 @@ SoundServer::Module SoundServer::AddSink(const std::string& name, std::uint32_t 
                             " rate=" + std::to_string(sampleRate) +
                             " channels=" + std::to_string(channels);
     if (!description.empty()) {
-        arguments += " sink_properties=" + DescriptionProperty(description);
+        arguments += " sink_properties=\"device.description='" + description + "'\"";
     }
     return LoadModule("module-null-sink", arguments);
 }
 
-SoundServer::Microphone SoundServer::AddMicrophone(const std::string& name,
-                                                   std::uint32_t sampleRate, unsigned channels,
-                                                   const std::string& description) {
+SoundServer::Module SoundServer::AddMicrophone(const std::string& name, std::uint32_t sampleRate,
+                                               unsigned channels) {
     const std::string speaker = name + "_speaker";
-    Microphone microphone{};
-    microphone.speaker = AddSink(speaker, sampleRate, channels);
-    std::string arguments =
-        "source_name=" + name + " master=" + speaker + ".monitor remix=no format=float32le" +
-        " rate=" + std::to_string(sampleRate) + " channels=" + std::to_string(channels);
-    if (!description.empty()) {
-        arguments += " source_properties=" + DescriptionProperty(description);
-    }
-    microphone.source = LoadModule("module-remap-source", arguments);
-    return microphone;
+    const Module module = AddSink(speaker, sampleRate, channels);
+    LoadModule("module-remap-source",
+               "source_name=" + name + " master=" + speaker +
+                   ".monitor remix=no format=float32le rate=" + std::to_string(sampleRate) +
+                   " channels=" + std::to_string(channels));
+    return module;
 }
 
 void SoundServer::SetDefaultSink(const std::string& name) {
-    control_->Ask("set the default sink",
-                  [&name](pa_context* context, pa_context_success_cb_t onDone, void* user) {
-                      return pa_context_set_default_sink(context, name.c_str(), onDone, user);
-                  });
+    Command("set-default-sink " + name);
 }
 
 void SoundServer::SetDefaultSource(const std::string& name) {
-    control_->Ask("set the default source",
-                  [&name](pa_context* context, pa_context_success_cb_t onDone, void* user) {
-                      return pa_context_set_default_source(context, name.c_str(), onDone, user);
-                  });
+    Command("set-default-source " + name);
 }
 
 void SoundServer::Freeze() {

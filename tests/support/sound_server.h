@@ -2,27 +2,13 @@
 // server's modules; nothing of the program.
 #pragma once
 
+#include "support/environment_setting.h"
+
 #include <cstdint>
 #include <filesystem>
-#include <memory>
-#include <optional>
 #include <string>
 
 #include <sys/types.h>
-
-// A variable of the environment for as long as the object lives; then it is what it was. While
-// other threads read the environment it must not come or go.
-class EnvironmentSetting {
-public:
-    EnvironmentSetting(const std::string& name, const std::string& value);
-    ~EnvironmentSetting();
-    EnvironmentSetting(const EnvironmentSetting&) = delete;
-    EnvironmentSetting& operator=(const EnvironmentSetting&) = delete;
-
-private:
-    const std::string name_;
-    std::optional<std::string> former_;
-};
 
 // Starts a server and makes it the process's own for as long as the object lives (PULSE_SERVER and
 // PULSE_COOKIE), so it is made before the threads that use sound and outlives them; one at a time.
@@ -37,27 +23,19 @@ public:
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
 
-    const std::string& Address() const { return address_; } // "unix:<path of the socket>"
-    pid_t ProcessId() const { return processId_; }          // 0 after Kill
-
     Module LoadModule(const std::string& name, const std::string& arguments);
     void UnloadModule(Module module);
 
     // A sink that plays to nowhere. `sampleFormat` as the server spells it. What the sink plays is
     // heard at its monitor, "<name>.monitor", to the last bit when player and reader keep to its
-    // format. A description has no quotation marks; an
-    // empty one leaves the server's own.
+    // format. A description has no quotation marks; an empty one leaves the server's own.
     Module AddSink(const std::string& name, std::uint32_t sampleRate, unsigned channels,
                    const std::string& description = {},
                    const std::string& sampleFormat = "float32le");
 
-    // A microphone that hears whatever is played to the sink "<name>_speaker", which comes with it.
-    struct Microphone {
-        Module speaker;
-        Module source; // goes with the speaker
-    };
-    Microphone AddMicrophone(const std::string& name, std::uint32_t sampleRate, unsigned channels,
-                             const std::string& description = {});
+    // A microphone that hears whatever is played to the sink "<name>_speaker", which is returned
+    // and takes the microphone along when it goes.
+    Module AddMicrophone(const std::string& name, std::uint32_t sampleRate, unsigned channels);
 
     void SetDefaultSink(const std::string& name);
     void SetDefaultSource(const std::string& name);
@@ -69,7 +47,6 @@ public:
     void Kill();
 
 private:
-    class Control;
     void StartProcess();
     void CleanUp();
     std::string Log() const;
@@ -79,5 +56,4 @@ private:
     const EnvironmentSetting serverSetting_;
     const EnvironmentSetting cookieSetting_; // else the library makes one in the user's home
     pid_t processId_ = 0;
-    std::unique_ptr<Control> control_; // this object's own connection, serving one call at a time
 };
