@@ -24,12 +24,17 @@ as_root() {
 # What each job needs of Debian, by package.
 build_packages=(
     ca-certificates cmake g++ libcap2-bin libcpp-httplib-dev libcurl4-openssl-dev libpocketsphinx-dev
-    libpulse-dev libsphinxbase-dev libsqlite3-dev libssl-dev ninja-build nlohmann-json3-dev
-    pkg-config)
+    libpulse-dev libsphinxbase-dev libsqlite3-dev libssl-dev libxcb-shape0-dev libxcb1-dev
+    ninja-build nlohmann-json3-dev pkg-config qt6-base-dev)
 service_packages=(
     apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-lex-tools apertium-spa-ita
     pocketsphinx-en-us)
 sound_packages=(pulseaudio pulseaudio-utils pocketsphinx-testdata)
+# What the overlay's text needs to be seen in every language.
+font_packages=(
+    fonts-material-design-icons-iconfont fonts-noto-cjk fonts-noto-color-emoji fonts-noto-core)
+screen_packages=(
+    imagemagick openbox picom trayer x11-utils x11-xserver-utils xdotool xvfb)
 test_packages=(
     googletest libbenchmark-dev libgtest-dev libsamplerate0-dev libspeexdsp-dev)
 windows_packages=(g++-mingw-w64-x86-64-posix googletest wine wine64)

@@ -1,53 +1,46 @@
 // The Windows base interfaces, as far as the program uses them: types, text, process and thread
-// services. Declarations only; the rooms text/ and process/ implement them.
+// services, and with them the headers that <windows.h> brings along. Declarations only; the rooms
+// text/ and process/ implement them, where nothing else is said.
 #pragma once
+
+#include <windef.h>
+
+#include <fileapi.h>
+#include <wingdi.h>
+#include <winreg.h>
+#include <winuser.h>
 
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
-// ---- Types ------------------------------------------------------------------------------------
-
-#define WINAPI
-#define CALLBACK
-#define TRUE 1
-#define FALSE 0
-
-using BOOL = int;
-using BYTE = std::uint8_t;
-using WORD = std::uint16_t;
-using DWORD = std::uint32_t;
-using INT = int;
-using UINT = unsigned int;
-using UINT32 = std::uint32_t;
-using UINT64 = std::uint64_t;
-using LONG = std::int32_t;
-using ULONG = std::uint32_t;
-using DWORD_PTR = std::uintptr_t;
-using HRESULT = LONG;
-using CHAR = char;
-using WCHAR = char16_t; // 16 bits, as on Windows
-using LPSTR = CHAR*;
-using LPCSTR = const CHAR*;
-using LPWSTR = WCHAR*;
-using LPCWSTR = const WCHAR*;
-using LPVOID = void*;
-using LPCVOID = const void*;
-using LPDWORD = DWORD*;
-using HANDLE = void*;
-using HMODULE = void*;
-using FARPROC = std::intptr_t (*)();
-
-struct SECURITY_ATTRIBUTES;
-
-#define __TEXT(quote) u##quote
-#define TEXT(quote) __TEXT(quote)
-
 // ---- Results ----------------------------------------------------------------------------------
 
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
+
+constexpr LONG ERROR_SUCCESS = 0;
+constexpr LONG ERROR_FILE_NOT_FOUND = 2;
+constexpr LONG ERROR_PATH_NOT_FOUND = 3;
+constexpr LONG ERROR_ACCESS_DENIED = 5;
+constexpr LONG ERROR_INVALID_HANDLE = 6;
+constexpr LONG ERROR_WRITE_FAULT = 29;
+constexpr LONG ERROR_FILE_EXISTS = 80;
+constexpr LONG ERROR_INVALID_PARAMETER = 87;
+constexpr LONG ERROR_DISK_FULL = 112;
+constexpr LONG ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr LONG ERROR_INVALID_NAME = 123;
+constexpr LONG ERROR_ALREADY_EXISTS = 183;
+constexpr LONG ERROR_ENVVAR_NOT_FOUND = 203;
+constexpr LONG ERROR_MORE_DATA = 234;
+constexpr LONG ERROR_NOT_OWNER = 288;
+
+// Of the calling thread's last call of CreateMutexW, ReleaseMutex, CreateFileW, WriteFile,
+// CreateDirectoryW, GetModuleFileNameW or GetEnvironmentVariableW that failed, and of every
+// CreateMutexW. Other calls leave it as it was.
+DWORD GetLastError();
+void SetLastError(DWORD error);
 
 constexpr HRESULT S_OK = 0;
 constexpr HRESULT S_FALSE = 1;
@@ -86,6 +79,23 @@ int _vsnwprintf(WCHAR* buffer, std::size_t room, const WCHAR* format, std::va_li
 // Writes a wide string to a stream as UTF-8. Non-negative on success, EOF on failure.
 int fputws(const WCHAR* text, std::FILE* stream);
 
+// ---- The program's start (room process/) ------------------------------------------------------
+
+// What the program defines; the layer's entry calls it with its own module, an empty command line
+// and SW_SHOWDEFAULT.
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, LPWSTR commandLine, int showCommand);
+
+constexpr DWORD ATTACH_PARENT_PROCESS = 0xFFFFFFFF;
+
+// Attaches nothing: stdout and stderr are what the program was started with. TRUE when stderr leads
+// to a terminal, a file or a pipe; FALSE when it leads nowhere or into the session's journal, as it
+// does for a program that a desktop started.
+BOOL AttachConsole(DWORD processId);
+
+// Only "CONOUT$", the console that the stream leads to as it is: succeeds and leaves it alone.
+using errno_t = int;
+errno_t freopen_s(std::FILE** result, const char* name, const char* mode, std::FILE* stream);
+
 // ---- Process, threads and time (room process/) ------------------------------------------------
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
@@ -100,10 +110,20 @@ BOOL SetEvent(HANDLE event);
 BOOL ResetEvent(HANDLE event);
 // WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED; an auto-reset event is taken by one waiter.
 DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs);
+
+// A mutex that processes of this user tell each other by: the first holds the name until it closes
+// the handle or ends, however it ends; every other one gets a handle that owns nothing, and
+// ERROR_ALREADY_EXISTS from GetLastError, which is 0 for the first. Only named and initially owned.
+// Null on failure. It cannot be waited for.
+HANDLE CreateMutexW(SECURITY_ATTRIBUTES* security, BOOL initiallyOwned, LPCWSTR name);
+// Gives up the ownership; the name stays taken.
+BOOL ReleaseMutex(HANDLE mutex);
+
+// Events, mutexes and files.
 BOOL CloseHandle(HANDLE object);
 
 // A thread that polls a capture client, and has just found it empty, sleeps until the client has
-// sound, at most 50 ms, where it asked for less.
+// sound, at most 20 ms, where it asked for less.
 void Sleep(DWORD milliseconds);
 
 struct SYSTEMTIME {
@@ -137,6 +157,16 @@ struct RTL_OSVERSIONINFOW {
     WCHAR szCSDVersion[128];
 };
 
-// Knows "ntdll.dll" only, and in it "RtlGetVersion", which tells the kernel's release.
+// Knows "ntdll.dll" and, by a null name, the program itself.
 HMODULE GetModuleHandleW(LPCWSTR name);
+// Knows "RtlGetVersion" of "ntdll.dll" only, which tells the kernel's release.
 FARPROC GetProcAddress(HMODULE module, LPCSTR name);
+
+// The program's file (`module` null), with `\` between the parts of its path (room files/). Returns
+// the length without the terminator; a path that does not fit is cut, terminated, and `room` is
+// returned.
+DWORD GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD room);
+
+// Returns the length without the terminator; where it does not fit, the room that it needs with the
+// terminator; 0 with ERROR_ENVVAR_NOT_FOUND when it is not set.
+DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD room);

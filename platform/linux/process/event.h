@@ -1,7 +1,7 @@
 // The event behind the event handles, for rooms that signal one themselves.
 #pragma once
 
-#include <windows.h>
+#include "process/handle.h"
 
 #include <atomic>
 #include <cstdint>
@@ -12,9 +12,12 @@ namespace process {
 // an event for every packet, and this costs one system call, none when nobody waits. Set touches
 // nothing of the event behind the moment when a waiter may take it, so that the waiter may destroy
 // it at once.
-class Event {
+class Event final : public HandleObject {
 public:
-    Event(bool manualReset, bool set) : manualReset_(manualReset), state_(set ? kSet : 0) {}
+    static constexpr HandleKind kKind = HandleKind::Event;
+
+    Event(bool manualReset, bool set)
+        : HandleObject(kKind), manualReset_(manualReset), state_(set ? kSet : 0) {}
 
     void Set();
     void Reset() { state_.fetch_and(~kSet, std::memory_order_relaxed); }

@@ -79,13 +79,6 @@ bool Event::Sleep(DWORD timeoutMs) {
     }
 }
 
-namespace {
-
-Event& EventOf(HANDLE handle) {
-    return *static_cast<Event*>(handle);
-}
-
-} // namespace
 } // namespace process
 
 HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL initiallySet,
@@ -93,36 +86,32 @@ HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL in
     if (name != nullptr) {
         return nullptr;
     }
-    return std::make_unique<process::Event>(manualReset != FALSE, initiallySet != FALSE).release();
+    return process::MakeHandle(
+        std::make_unique<process::Event>(manualReset != FALSE, initiallySet != FALSE));
 }
 
 BOOL SetEvent(HANDLE event) {
-    if (event == nullptr) {
+    auto* const object = process::ObjectOf<process::Event>(event);
+    if (object == nullptr) {
         return FALSE;
     }
-    process::EventOf(event).Set();
+    object->Set();
     return TRUE;
 }
 
 BOOL ResetEvent(HANDLE event) {
-    if (event == nullptr) {
+    auto* const object = process::ObjectOf<process::Event>(event);
+    if (object == nullptr) {
         return FALSE;
     }
-    process::EventOf(event).Reset();
+    object->Reset();
     return TRUE;
 }
 
 DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs) {
-    if (object == nullptr) {
+    auto* const event = process::ObjectOf<process::Event>(object);
+    if (event == nullptr) {
         return WAIT_FAILED;
     }
-    return process::EventOf(object).Wait(timeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
-}
-
-BOOL CloseHandle(HANDLE object) {
-    if (object == nullptr) {
-        return FALSE;
-    }
-    const std::unique_ptr<process::Event> owner(&process::EventOf(object));
-    return TRUE;
+    return event->Wait(timeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }

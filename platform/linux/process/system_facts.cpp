@@ -61,16 +61,25 @@ LONG RtlGetVersion(RTL_OSVERSIONINFOW* version) {
     return 0;
 }
 
-int nativeModule = 0; // its address stands for "ntdll.dll"
+// What module handles point to; nobody looks into them.
+HMODULE ModuleAt(char& place) {
+    return reinterpret_cast<HMODULE>(&place);
+}
+
+char nativeModule = 0;
+char ownModule = 0;
 
 } // namespace
 
 HMODULE GetModuleHandleW(LPCWSTR name) {
-    return name != nullptr && std::u16string_view(name) == u"ntdll.dll" ? &nativeModule : nullptr;
+    if (name == nullptr) {
+        return ModuleAt(ownModule);
+    }
+    return std::u16string_view(name) == u"ntdll.dll" ? ModuleAt(nativeModule) : nullptr;
 }
 
 FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
-    if (module != &nativeModule || std::string_view(name) != "RtlGetVersion") {
+    if (module != ModuleAt(nativeModule) || std::string_view(name) != "RtlGetVersion") {
         return nullptr;
     }
     return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&RtlGetVersion));

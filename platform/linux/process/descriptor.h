@@ -1,0 +1,33 @@
+// An owned file descriptor.
+#pragma once
+
+#include <utility>
+
+#include <unistd.h>
+
+namespace process {
+
+// Closed on destruction. Negative: none.
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~Descriptor() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+
+    explicit operator bool() const { return number_ >= 0; }
+    int Number() const { return number_; }
+
+private:
+    int number_ = -1;
+};
+
+} // namespace process

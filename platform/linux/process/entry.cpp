@@ -1,0 +1,50 @@
+// Where the process begins: what Windows sets up before it calls the program's wWinMain.
+#include <windows.h>
+
+#include <clocale>
+#include <csignal>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// A descriptor of a standard stream that is not open would go to the next file that is opened, and
+// the trace would then be written into that.
+void OpenStandardStreams() {
+    int opened = -1;
+    do {
+        opened = open("/dev/null", O_RDWR);
+    } while (opened >= 0 && opened <= STDERR_FILENO);
+    if (opened > STDERR_FILENO) {
+        close(opened);
+    }
+}
+
+// A service or a terminal that goes away shows as a failed write. A handler that is already there
+// stays.
+void IgnoreBrokenPipes() {
+    struct sigaction former {};
+    if (sigaction(SIGPIPE, nullptr, &former) == 0 && former.sa_handler == SIG_DFL) {
+        std::signal(SIGPIPE, SIG_IGN);
+    }
+}
+
+// Input methods need the user's characters; without a usable locale, at least UTF-8.
+void TakeUsersCharacters() {
+    if (std::setlocale(LC_CTYPE, "") == nullptr) {
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+    }
+}
+
+constexpr int kShowDefault = 10; // SW_SHOWDEFAULT
+
+} // namespace
+
+int main() {
+    OpenStandardStreams();
+    IgnoreBrokenPipes();
+    TakeUsersCharacters();
+    WCHAR commandLine[] = {0};
+    return wWinMain(GetModuleHandleW(nullptr), nullptr, commandLine, kShowDefault);
+}

@@ -1,0 +1,229 @@
+#include "windowing/surface.h"
+
+#include "windowing/pixels.h"
+#include "windowing/placement.h"
+#include "windowing/window.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <QCloseEvent>
+#include <QMouseEvent>
+#include <QPaintEvent>
+#include <QPainter>
+#include <QWheelEvent>
+
+namespace windowing {
+
+namespace {
+
+constexpr unsigned kHalfOpaque = 128;
+
+bool IsManaged(const Window& window) {
+    return (window.exStyle & WS_EX_NOACTIVATE) == 0;
+}
+
+// Only what bypasses the window manager stands exactly where it is put, partly outside the screen
+// too, and stays above windows that fill the screen.
+Qt::WindowFlags FlagsFor(const Window& window) {
+    Qt::WindowFlags flags = Qt::Tool | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint;
+    if ((window.exStyle & WS_EX_TOPMOST) != 0) {
+        flags |= Qt::WindowStaysOnTopHint;
+    }
+    if (!IsManaged(window)) {
+        flags |= Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint;
+    }
+    return flags;
+}
+
+WORD KeysOf(Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers) {
+    WPARAM keys = 0;
+    keys |= buttons.testFlag(Qt::LeftButton) ? MK_LBUTTON : 0;
+    keys |= buttons.testFlag(Qt::RightButton) ? MK_RBUTTON : 0;
+    keys |= buttons.testFlag(Qt::MiddleButton) ? MK_MBUTTON : 0;
+    keys |= modifiers.testFlag(Qt::ShiftModifier) ? MK_SHIFT : 0;
+    keys |= modifiers.testFlag(Qt::ControlModifier) ? MK_CONTROL : 0;
+    return static_cast<WORD>(keys);
+}
+
+POINT OnScreen(const QSinglePointEvent& event) {
+    const QPoint point = event.globalPosition().toPoint();
+    return {point.x(), point.y()};
+}
+
+bool Same(const RECT& one, const RECT& other) {
+    return one.left == other.left && one.top == other.top && one.right == other.right &&
+           one.bottom == other.bottom;
+}
+
+bool Same(const Region& one, const Region& other) {
+    if (!one.has_value() || !other.has_value()) {
+        return one.has_value() == other.has_value();
+    }
+    return std::equal(one->begin(), one->end(), other->begin(), other->end(),
+                      [](const RECT& a, const RECT& b) { return Same(a, b); });
+}
+
+} // namespace
+
+Surface::Surface(const Window& window)
+    : QWidget(nullptr, FlagsFor(window)), window_(window.handle), managed_(IsManaged(window)),
+      clickThrough_(window.ClickThrough()) {
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_NoSystemBackground);
+    setAttribute(Qt::WA_QuitOnClose, false);
+    setMouseTracking(true);
+    setWindowTitle(QString::fromStdU16String(window.title));
+    Place(window.rect);
+}
+
+void Surface::ShowOnTop(bool activate) {
+    setAttribute(Qt::WA_ShowWithoutActivating, !activate || !managed_);
+    winId(); // so that the regions are there before the window shows
+    ApplyRegions();
+    show();
+    Raise(activate);
+}
+
+void Surface::Raise(bool activate) {
+    if (!OnX11()) {
+        return; // nothing lies above anything there
+    }
+    raise();
+    if (activate && managed_) {
+        activateWindow();
+    }
+}
+
+void Surface::Place(const RECT& rect) {
+    setGeometry(rect.left, rect.top, std::max(rect.right - rect.left, 1),
+                std::max(rect.bottom - rect.top, 1));
+}
+
+void Surface::SetClickThrough(bool clickThrough) {
+    clickThrough_ = clickThrough;
+    ApplyRegions();
+}
+
+void Surface::SetPointerShape(Qt::CursorShape shape) {
+    if (cursor().shape() != shape) {
+        setCursor(shape);
+    }
+}
+
+void Surface::GrabPointer(bool grab) {
+    if (!OnX11()) {
+        return; // input is only injected there
+    }
+    if (grab) {
+        grabMouse();
+    } else if (mouseGrabber() == this) {
+        releaseMouse();
+    }
+}
+
+void Surface::Present(const QImage& picture, bool composited) {
+    picture_ = picture;
+    composited_ = composited;
+    solid_ = PartsOfAlpha(picture_, composited ? 1 : kHalfOpaque);
+    ApplyRegions();
+    if (isVisible()) {
+        repaint();
+    }
+}
+
+QImage Surface::TakePicture() {
+    return std::exchange(picture_, QImage());
+}
+
+// Through what is not there one clicks, as through the whole of a transparent window. A shape of
+// the window itself would cut the smooth edges off, and serves only where nothing blends them.
+void Surface::ApplyRegions() {
+    if (internalWinId() == 0) {
+        return;
+    }
+    const Region input = clickThrough_ ? Region(std::in_place) : solid_;
+    if (!Same(input, inputRegion_)) {
+        SetInputRegion(internalWinId(), input);
+        inputRegion_ = input;
+    }
+    const Region bounding = composited_ ? Region() : solid_;
+    if (!Same(bounding, boundingRegion_)) {
+        SetBoundingRegion(internalWinId(), bounding);
+        boundingRegion_ = bounding;
+    }
+}
+
+void Surface::paintEvent(QPaintEvent* event) {
+    QPainter painter(this);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    const QRect part = event->rect().intersected(picture_.rect());
+    painter.drawImage(part.topLeft(), picture_, part);
+}
+
+void Surface::PutButton(const QMouseEvent& event, UINT leftMessage, UINT rightMessage,
+                        bool second) {
+    if (event.button() != Qt::LeftButton && event.button() != Qt::RightButton) {
+        return;
+    }
+    PutPointerInput({window_, event.button() == Qt::LeftButton ? leftMessage : rightMessage,
+                     KeysOf(event.buttons(), event.modifiers()), 0, OnScreen(event), second,
+                     MessageTimeMs()});
+}
+
+void Surface::mousePressEvent(QMouseEvent* event) {
+    PutButton(*event, WM_LBUTTONDOWN, WM_RBUTTONDOWN, false);
+}
+
+void Surface::mouseReleaseEvent(QMouseEvent* event) {
+    PutButton(*event, WM_LBUTTONUP, WM_RBUTTONUP, false);
+}
+
+// Comes in place of the second press.
+void Surface::mouseDoubleClickEvent(QMouseEvent* event) {
+    PutButton(*event, WM_LBUTTONDOWN, WM_RBUTTONDOWN, true);
+}
+
+void Surface::mouseMoveEvent(QMouseEvent* event) {
+    PutPointerInput({window_, WM_MOUSEMOVE, KeysOf(event->buttons(), event->modifiers()), 0,
+                     OnScreen(*event), false, MessageTimeMs()});
+}
+
+void Surface::wheelEvent(QWheelEvent* event) {
+    const auto delta = static_cast<short>(std::clamp(event->angleDelta().y(), -0x7FFF, 0x7FFF));
+    if (delta != 0) {
+        PutPointerInput({window_, WM_MOUSEWHEEL, KeysOf(event->buttons(), event->modifiers()),
+                         delta, OnScreen(*event), false, MessageTimeMs()});
+    }
+    event->accept();
+}
+
+void Surface::leaveEvent(QEvent* /*event*/) {
+    PutPointerInput({window_, WM_MOUSELEAVE, 0, 0, {}, false, MessageTimeMs()});
+}
+
+// The window manager only asks; what becomes of it is the window's business.
+void Surface::closeEvent(QCloseEvent* event) {
+    event->ignore();
+    PostMessageW(window_, WM_CLOSE, 0, 0);
+}
+
+void Surface::moveEvent(QMoveEvent* /*event*/) {
+    TellWindowOfMove();
+}
+
+void Surface::resizeEvent(QResizeEvent* /*event*/) {
+    TellWindowOfMove();
+}
+
+// An unmanaged window stands where it was put; what is reported of it may be out of date by now.
+void Surface::TellWindowOfMove() {
+    const auto window = Find(window_);
+    if (!managed_ || window == nullptr || !window->visible) {
+        return;
+    }
+    const QRect now = geometry();
+    Moved(*window, {now.left(), now.top(), now.left() + now.width(), now.top() + now.height()});
+}
+
+} // namespace windowing

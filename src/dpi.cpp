@@ -1,0 +1,3 @@
+#include "dpi.h"
+
+int DpiScale = 96;

@@ -1,0 +1,170 @@
+#include "drawing.h"
+
+#include <algorithm>
+
+using namespace Gdiplus;
+using namespace Gdiplus::DllExports;
+
+// ---- Objects
+// -------------------------------------------------------------------------------------
+
+GdiplusSession::GdiplusSession() {
+    GdiplusStartupInput input;
+    input.GdiplusVersion = 1;
+    if (GdiplusStartup(&token_, &input, nullptr) != Ok) {
+        token_ = 0;
+    }
+}
+
+GdiplusSession::~GdiplusSession() {
+    if (token_ != 0) {
+        GdiplusShutdown(token_);
+    }
+}
+
+BrushOwner MakeBrush(ARGB colour) {
+    GpSolidFill* brush = nullptr;
+    GdipCreateSolidFill(colour, &brush);
+    return BrushOwner(brush);
+}
+
+PenOwner MakePen(ARGB colour, float width) {
+    GpPen* pen = nullptr;
+    GdipCreatePen1(colour, width, UnitWorld, &pen);
+    return PenOwner(pen);
+}
+
+namespace {
+
+// Kept by the process: GDI+ gives it once and for all.
+GpFontFamily* GenericSansSerif() {
+    static GpFontFamily* const family = [] {
+        GpFontFamily* generic = nullptr;
+        return GdipGetGenericFontFamilySansSerif(&generic) == Ok ? generic : nullptr;
+    }();
+    return family;
+}
+
+FontOwner CreateFontOf(const GpFontFamily* family, float size, FontStyle style) {
+    GpFont* font = nullptr;
+    if (family == nullptr || GdipCreateFont(family, size, style, UnitPoint, &font) != Ok) {
+        return nullptr;
+    }
+    return FontOwner(font);
+}
+
+} // namespace
+
+FontOwner MakeFont(const WCHAR* family, float size, FontStyle style) {
+    GpFontFamily* named = nullptr;
+    if (GdipCreateFontFamilyFromName(family, nullptr, &named) != Ok) {
+        named = nullptr;
+    }
+    const std::unique_ptr<GpFontFamily, GdipDeleter<&GdipDeleteFontFamily>> owner(named);
+    FontOwner font = CreateFontOf(named, size, style);
+    return font != nullptr ? std::move(font) : CreateFontOf(GenericSansSerif(), size, style);
+}
+
+FormatOwner MakeTextFormat(StringAlignment horizontal, StringAlignment vertical, int flags) {
+    GpStringFormat* format = nullptr;
+    if (GdipCreateStringFormat(0, LANG_NEUTRAL, &format) != Ok) {
+        return nullptr;
+    }
+    GdipSetStringFormatAlign(format, horizontal);
+    GdipSetStringFormatLineAlign(format, vertical);
+    GdipSetStringFormatFlags(format, flags);
+    return FormatOwner(format);
+}
+
+// ---- Shapes
+// --------------------------------------------------------------------------------------
+
+void AddRoundedRect(GpPath* path, float x, float y, float w, float h, float r) {
+    const float d = 2.0F * std::min({w / 2.0F, h / 2.0F, r});
+    GdipAddPathArc(path, x, y, d, d, 180.0F, 90.0F);
+    GdipAddPathArc(path, x + w - d, y, d, d, 270.0F, 90.0F);
+    GdipAddPathArc(path, x + w - d, y + h - d, d, d, 0.0F, 90.0F);
+    GdipAddPathArc(path, x, y + h - d, d, d, 90.0F, 90.0F);
+    GdipClosePathFigure(path);
+}
+
+PathOwner MakeRoundedRect(const RectF& area, float radius) {
+    GpPath* path = nullptr;
+    GdipCreatePath(FillModeAlternate, &path);
+    AddRoundedRect(path, area.X, area.Y, area.Width, area.Height, radius);
+    return PathOwner(path);
+}
+
+void FillRounded(GpGraphics* graphics, ARGB colour, const RectF& area, float radius) {
+    GdipFillPath(graphics, MakeBrush(colour).get(), MakeRoundedRect(area, radius).get());
+}
+
+// ---- Text
+// ----------------------------------------------------------------------------------------
+
+void DrawTextIn(GpGraphics* graphics, WideView text, GpFont* font, ARGB colour, const RectF& area,
+                GpStringFormat* format) {
+    GdipDrawString(graphics, text.data(), static_cast<INT>(text.size()), font, &area, format,
+                   MakeBrush(colour).get());
+}
+
+RectF MeasureText(GpGraphics* graphics, WideView text, const RectF& area, GpFont* font,
+                  GpStringFormat* format) {
+    RectF box(0, 0, 0, 0);
+    GdipMeasureString(graphics, text.data(), static_cast<INT>(text.size()), font, &area, format,
+                      &box, nullptr, nullptr);
+    return box;
+}
+
+float MeasureTextHeight(GpGraphics* graphics, const WideString& text, const RectF& rectangle,
+                        GpFont* font) {
+    const FormatOwner format =
+        MakeTextFormat(StringAlignmentNear, StringAlignmentNear, StringFormatFlagsLineLimit);
+    return MeasureText(graphics, text, rectangle, font, format.get()).Height;
+}
+
+// ---- Pictures
+// ------------------------------------------------------------------------------------
+
+Canvas::Canvas(int width, int height) : size_{width, height} {
+    BITMAPINFO info{};
+    info.bmiHeader.biSize = sizeof info.bmiHeader;
+    info.bmiHeader.biWidth = width;
+    info.bmiHeader.biHeight = -height; // top-down
+    info.bmiHeader.biPlanes = 1;
+    info.bmiHeader.biBitCount = 32;
+    info.bmiHeader.biCompression = BI_RGB;
+    void* bits = nullptr;
+    context_ = CreateCompatibleDC(nullptr);
+    bitmap_ = CreateDIBSection(context_, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+    if (bitmap_ == nullptr) {
+        return;
+    }
+    former_ = SelectObject(context_, bitmap_);
+    GpGraphics* graphics = nullptr;
+    if (GdipCreateFromHDC(context_, &graphics) != Ok) {
+        return;
+    }
+    graphics_.reset(graphics);
+    GdipGraphicsClear(graphics, 0);
+    GdipSetSmoothingMode(graphics, SmoothingModeAntiAlias);
+    GdipSetTextRenderingHint(graphics, TextRenderingHintClearTypeGridFit);
+}
+
+Canvas::~Canvas() {
+    graphics_.reset();
+    if (bitmap_ != nullptr) {
+        SelectObject(context_, former_);
+        DeleteObject(bitmap_);
+    }
+    if (context_ != nullptr) {
+        DeleteDC(context_);
+    }
+}
+
+void Canvas::PushTo(HWND window, BYTE opacity) const {
+    POINT source{0, 0};
+    SIZE size = size_;
+    BLENDFUNCTION blend{AC_SRC_OVER, 0, opacity, AC_SRC_ALPHA};
+    UpdateLayeredWindow(window, nullptr, nullptr, &size, context_, &source, 0, &blend, ULW_ALPHA);
+}

@@ -1,0 +1,332 @@
+#include "overlay_probe.h"
+#include "scripted_endpoints.h"
+#include "scripted_service.h"
+#include "test_service_url.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+
+namespace {
+
+// A service, a microphone and a loudspeaker that do as they are told, and an overlay on them.
+class OverlayRun : public testing::Test {
+protected:
+    explicit OverlayRun(const StoredSettings& settings = {}) {
+        RemoveTranscripts();
+        SetServiceUrl(service.Url());
+        service.SetHandler([this](const ScriptedRequest& request) { return Answer(request); });
+        overlay = std::make_unique<OverlayProbe>(settings);
+    }
+    ~OverlayRun() override {
+        overlay.reset();
+        for (int i = 0; i < 2000 && !AllEnded(); ++i) {
+            Sleep(10); // workers live on without their window, to the end of their requests
+        }
+        EXPECT_TRUE(AllEnded());
+        EXPECT_EQ(OpenCaptures(), 0);
+    }
+
+    ScriptedAnswer Answer(const ScriptedRequest& request) {
+        ScriptedAnswer answer;
+        if (request.target == "/session/start") {
+            answer.status = startStatus;
+            answer.body = R"({"session_id":"s-1"})";
+        } else if (request.target == "/session/exchange") {
+            answer.body = "[]";
+            if (const int status = exchangeStatus.exchange(200); status != 200) {
+                answer.status = status;
+                answer.body = R"({"detail":"quota_exceeded"})";
+            } else if (finals > 0) {
+                const std::string number = std::to_string(finals--);
+                answer.body = R"([{"original":"said )" + number + R"(","translated":"meant )" +
+                              number +
+                              R"(","is_final":true,"source_lang":"en","target_lang":"zh"}])";
+            }
+        } else if (request.method == "GET") {
+            answer.body =
+                keyValid ? R"({"valid":true})" : R"({"valid":false,"reason":"key_not_found"})";
+        } else {
+            answer.body = "{}";
+        }
+        return answer;
+    }
+
+    void Start() {
+        overlay->Command(kStartButton);
+        runs.push_back(overlay->CurrentRun());
+    }
+    bool Settled(const std::string& status) {
+        return overlay->PumpUntil([&] { return overlay->Status() == status; });
+    }
+    void StartAndWait() {
+        Start();
+        ASSERT_TRUE(overlay->PumpUntil([&] { return overlay->IsRunning(); })) << overlay->Status();
+    }
+    bool AllEnded() const {
+        return std::all_of(runs.begin(), runs.end(),
+                           [](const auto& run) { return run.expired() || run.use_count() == 0; });
+    }
+    int OpenCaptures() const { return mic.Running() + speaker.Running(); }
+
+    std::atomic<int> startStatus{200};
+    std::atomic<int> exchangeStatus{200}; // of the next exchange alone
+    std::atomic<bool> keyValid{true};
+    std::atomic<int> finals{0}; // results to send, one an exchange
+    ScriptedService service;
+    ScriptedEndpoints scene;
+    ScriptedEndpoint& speaker = scene.Add(TEXT("speaker"), eRender);
+    ScriptedEndpoint& mic = scene.Add(TEXT("mic"), eCapture);
+    std::unique_ptr<OverlayProbe> overlay;
+    std::vector<std::weak_ptr<TranslationRun>> runs;
+};
+
+TEST_F(OverlayRun, GoesThroughTheStatesOfAnOrdinaryRun) {
+    Start();
+    EXPECT_EQ(overlay->Status(), "Connecting to server …");
+    EXPECT_FALSE(overlay->Lit());
+    ASSERT_TRUE(overlay->PumpUntil([&] { return overlay->IsRunning(); }));
+    EXPECT_EQ(overlay->Status(), "");
+    EXPECT_TRUE(overlay->Lit());
+    EXPECT_EQ(mic.Running(), 1);
+    overlay->Command(kStopButton);
+    EXPECT_EQ(overlay->Status(), "Pausing …");
+    EXPECT_TRUE(overlay->IsRunning());
+    ASSERT_TRUE(Settled("Paused"));
+    EXPECT_FALSE(overlay->Lit());
+    EXPECT_EQ(OpenCaptures(), 0);
+}
+
+TEST_F(OverlayRun, SwitchesItsSourceWithoutTouchingTheSession) {
+    StartAndWait();
+    overlay->Command(kLoopbackButton);
+    EXPECT_EQ(mic.Running() + speaker.Running(), 2);
+    overlay->Command(kMicrophoneButton);
+    EXPECT_EQ(mic.Running(), 0);
+    EXPECT_EQ(speaker.Running(), 1);
+    overlay->Command(kLoopbackButton);
+    EXPECT_EQ(OpenCaptures(), 0);
+    EXPECT_EQ(overlay->Status(), "Audio paused — enable a source above");
+    EXPECT_TRUE(overlay->IsRunning());
+    mic.Fail("Start", E_FAIL);
+    overlay->Command(kMicrophoneButton);
+    EXPECT_EQ(overlay->Status(), "Audio switch failed — check device");
+    EXPECT_FALSE(overlay->StatusIsError());
+    EXPECT_TRUE(overlay->IsRunning());
+    mic.Fail("Start", S_OK);
+    overlay->Command(kLoopbackButton);
+    EXPECT_EQ(overlay->Status(), "");
+    overlay->Command(kStopButton);
+    ASSERT_TRUE(Settled("Paused"));
+    EXPECT_EQ(OpenCaptures(), 0);
+    int starts = 0;
+    for (const auto& request : service.Requests()) {
+        starts += request.target == "/session/start" ? 1 : 0;
+    }
+    EXPECT_EQ(starts, 1);
+}
+
+struct FailureCase {
+    const char* name;
+    int startStatus;
+    bool keyValid;
+    HRESULT micResult;
+    const char* words;
+};
+void PrintTo(const FailureCase& failure, std::ostream* out) {
+    *out << failure.name;
+}
+class OverlayStartFailure : public OverlayRun, public testing::WithParamInterface<FailureCase> {};
+TEST_P(OverlayStartFailure, EndsIdleWithItsReasonAndTheNextCleanStopSaysPausedAgain) {
+    startStatus = GetParam().startStatus;
+    keyValid = GetParam().keyValid;
+    mic.Fail("Start", GetParam().micResult);
+    Start();
+    ASSERT_TRUE(Settled(GetParam().words)) << overlay->Status();
+    EXPECT_TRUE(overlay->StatusIsError());
+    EXPECT_FALSE(overlay->IsRunning());
+    EXPECT_EQ(OpenCaptures(), 0);
+    startStatus = 200;
+    keyValid = true;
+    mic.Fail("Start", S_OK);
+    StartAndWait();
+    overlay->Command(kStopButton);
+    EXPECT_TRUE(Settled("Paused")) << overlay->Status();
+}
+INSTANTIATE_TEST_SUITE_P(
+    Overlay, OverlayStartFailure,
+    testing::Values(FailureCase{"server", 500, true, S_OK, "Failed to connect to server"},
+                    FailureCase{"key", 500, false, S_OK, "⚠ Invalid key"},
+                    FailureCase{"device", 200, true, E_FAIL, "Failed to open audio device"}));
+
+TEST_F(OverlayRun, EndedByTheServiceKeepsTheReasonAndOpensTheSettings) {
+    StartAndWait();
+    exchangeStatus = 403;
+    ASSERT_TRUE(Settled("⚠ Out of quota"));
+    EXPECT_TRUE(overlay->PopupVisible());
+    ASSERT_TRUE(overlay->PumpUntil([&] { return AllEnded() || OpenCaptures() == 0; }));
+    overlay->Pump();
+    EXPECT_EQ(overlay->Status(), "⚠ Out of quota");
+    EXPECT_FALSE(overlay->IsRunning());
+}
+
+class OverlayWithoutKey : public OverlayRun {
+protected:
+    OverlayWithoutKey() : OverlayRun({TEXT(""), true, false, 0}) {}
+};
+TEST_F(OverlayWithoutKey, AsksForOneAndConnectsToNothing) {
+    overlay->Command(kStartButton);
+    EXPECT_EQ(overlay->Status(), "Please enter Access Key in config");
+    EXPECT_TRUE(overlay->PopupVisible());
+    EXPECT_TRUE(overlay->CurrentRun().expired());
+    EXPECT_TRUE(service.Requests().empty());
+}
+
+TEST_F(OverlayRun, LosesNoFinalResultAcrossStopStartClearAndFailure) {
+    int sent = 0;
+    const auto speak = [&](int count) {
+        finals = count;
+        sent += count;
+        const std::size_t before = overlay->Captions().size();
+        ASSERT_TRUE(overlay->PumpUntil([&] {
+            return overlay->Captions().size() == before + static_cast<std::size_t>(count);
+        }));
+    };
+    StartAndWait();
+    speak(3);
+    overlay->Command(kStopButton);
+    ASSERT_TRUE(Settled("Paused"));
+    StartAndWait();
+    speak(2);
+    exchangeStatus = 403;
+    ASSERT_TRUE(Settled("⚠ Out of quota"));
+    StartAndWait();
+    speak(2);
+    overlay->Command(kClearButton);
+    speak(1);
+    EXPECT_EQ(overlay->Captions().size(), 1u);
+    overlay->Command(kStopButton);
+    ASSERT_TRUE(Settled("Paused"));
+    StartAndWait(); // into a file of its own, after the clear
+    speak(1);
+    int written = 0;
+    for (const auto& name : TranscriptNames()) {
+        const std::string text = TranscriptText(name);
+        for (auto at = text.find("said "); at != std::string::npos;
+             at = text.find("said ", at + 1)) {
+            ++written;
+        }
+    }
+    EXPECT_EQ(TranscriptNames().size(), 2u);
+    EXPECT_EQ(written, sent);
+}
+
+// ---- Every order -------------------------------------------------------------------------------
+
+// What the state table says of the run that the user started last.
+struct Model {
+    bool started = false; // there has been a run
+    bool willStart = true;
+    bool stopAsked = false;
+    bool killed = false; // by the service
+    bool mic = true;     // of the capture in use
+    bool loopback = false;
+
+    bool Up() const { return started && willStart && !stopAsked && !killed; }
+};
+
+class OverlayEveryOrder : public OverlayRun, public testing::WithParamInterface<unsigned> {
+protected:
+    void Act(unsigned choice) {
+        switch (choice % 10) {
+        case 0:
+        case 1:
+            if (!overlay->IsRunning()) { // else the toolbar offers to stop
+                exchangeStatus = 200;
+                Start();
+                model = {true,  startStatus == 200, false,
+                         false, overlay->UsesMic(), overlay->UsesLoopback()};
+            }
+            break;
+        case 2:
+        case 3:
+            if (overlay->IsRunning()) {
+                overlay->Command(kStopButton);
+                model.stopAsked = true;
+            }
+            break;
+        case 4:
+            Toggle(kMicrophoneButton);
+            break;
+        case 5:
+            Toggle(kLoopbackButton);
+            break;
+        case 6:
+            overlay->Command(kClearButton);
+            break;
+        case 7:
+            overlay->Pump(1);
+            break;
+        case 8:
+            overlay->PumpUntil([until = std::chrono::steady_clock::now() +
+                                        std::chrono::milliseconds(choice % 90)] {
+                return std::chrono::steady_clock::now() > until;
+            });
+            break;
+        default:
+            Settle();
+            Disturb(choice);
+        }
+    }
+
+    void Toggle(int button) {
+        overlay->Command(button);
+        if (overlay->IsRunning()) {
+            model.mic = overlay->UsesMic();
+            model.loopback = overlay->UsesLoopback();
+        }
+    }
+
+    // From here on the next start fails, or the session that is up ends.
+    void Disturb(unsigned choice) {
+        startStatus = choice % 3 == 0 ? 500 : 200;
+        if (model.Up() && choice % 4 == 0) {
+            exchangeStatus = 403;
+            model.killed = true;
+        }
+    }
+
+    // Everything that was under way has come to its end.
+    void Settle() {
+        ASSERT_TRUE(overlay->PumpUntil([&] {
+            const auto others = std::count_if(runs.begin(), runs.end(),
+                                              [](const auto& run) { return !run.expired(); });
+            const auto run = overlay->CurrentRun().lock();
+            return (run == nullptr || run->active == model.Up()) &&
+                   overlay->IsRunning() == model.Up() && overlay->Lit() == model.Up() &&
+                   others <= (model.started ? 1 : 0) &&
+                   (mic.Running() > 0) == (model.Up() && model.mic) &&
+                   (speaker.Running() > 0) == (model.Up() && model.loopback);
+        })) << "running "
+            << overlay->IsRunning() << " status " << overlay->Status() << " mic " << mic.Running()
+            << " speaker " << speaker.Running() << "; expected up " << model.Up() << " mic "
+            << model.mic << " loopback " << model.loopback;
+        EXPECT_LE(mic.Running(), 1);
+        EXPECT_LE(speaker.Running(), 1);
+        exchangeStatus = 200;
+    }
+
+    Model model;
+};
+
+TEST_P(OverlayEveryOrder, FollowsTheStateTableAndLeavesNoCaptureOpen) {
+    std::mt19937 random(GetParam());
+    for (int step = 0; step < 120 && !HasFailure(); ++step) {
+        Act(static_cast<unsigned>(random()));
+    }
+    // The destruction exits in whatever state this is.
+}
+INSTANTIATE_TEST_SUITE_P(Overlay, OverlayEveryOrder, testing::Range(1U, 7U));
+
+} // namespace
