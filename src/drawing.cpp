@@ -102,17 +102,29 @@ void FillRounded(GpGraphics* graphics, ARGB colour, const RectF& area, float rad
 // ---- Text
 // ----------------------------------------------------------------------------------------
 
+namespace {
+
+// Twice what the narrowest letters can fill of the highest rectangle in use: what is behind that is
+// never seen, and a system that lays it all out would take seconds for a megabyte.
+constexpr std::size_t kMostVisible = 32768; // 16-bit units
+
+INT VisibleLength(WideView text) {
+    return static_cast<INT>(std::min(text.size(), kMostVisible));
+}
+
+} // namespace
+
 void DrawTextIn(GpGraphics* graphics, WideView text, GpFont* font, ARGB colour, const RectF& area,
                 GpStringFormat* format) {
-    GdipDrawString(graphics, text.data(), static_cast<INT>(text.size()), font, &area, format,
+    GdipDrawString(graphics, text.data(), VisibleLength(text), font, &area, format,
                    MakeBrush(colour).get());
 }
 
 RectF MeasureText(GpGraphics* graphics, WideView text, const RectF& area, GpFont* font,
                   GpStringFormat* format) {
     RectF box(0, 0, 0, 0);
-    GdipMeasureString(graphics, text.data(), static_cast<INT>(text.size()), font, &area, format,
-                      &box, nullptr, nullptr);
+    GdipMeasureString(graphics, text.data(), VisibleLength(text), font, &area, format, &box,
+                      nullptr, nullptr);
     return box;
 }
 

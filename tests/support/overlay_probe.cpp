@@ -47,7 +47,9 @@ OverlayProbe::OverlayProbe(const StoredSettings& settings) {
     overlay_ = std::make_unique<OverlayWindow>();
     overlay_->RegisterWindowClass();
     overlay_->CreateOverlay();
-    overlay_->OnTimer(); // without its delay
+    overlay_->OnTimer();            // without its delay
+    overlay_->Repaint();            // not every system asks for a first picture without a screen
+    overlay_->mouseTracked_ = true; // the real pointer is elsewhere, and would be seen leaving
     Pump();
 }
 
@@ -127,6 +129,13 @@ void OverlayProbe::Result(const std::string& original, const std::string& transl
 
 void OverlayProbe::Error(const std::string& raw) {
     overlay_->OnTranslationError(Utf8ToWide(raw));
+}
+
+void OverlayProbe::Fill(std::size_t count, const WideString& original,
+                        const WideString& translated) {
+    for (std::size_t i = 0; i < count; ++i) {
+        overlay_->AddFinalCaption(original, translated);
+    }
 }
 
 RECT OverlayProbe::CaptionArea() const {

@@ -49,6 +49,8 @@ public:
     // A result of the service, as its thread would post it.
     void Result(const std::string& original, const std::string& translated, bool isFinal = true);
     void Error(const std::string& raw);
+    // So many final captions at once, which no service sends.
+    void Fill(std::size_t count, const WideString& original, const WideString& translated);
 
     std::string Status() const { return WideToUtf8(overlay_->status_); }
     bool StatusIsError() const { return overlay_->statusIsError_; }

@@ -63,9 +63,11 @@ constexpr int MAX_PATH = 260;
 // ---- Handles ----------------------------------------------------------------------------------
 
 // Distinct pointer types, so that one cannot be taken for another.
+// NOLINTBEGIN(bugprone-macro-parentheses): a type cannot stand in parentheses
 #define DECLARE_HANDLE(name)                                                                       \
     struct name##__;                                                                               \
     using name = name##__*
+// NOLINTEND(bugprone-macro-parentheses)
 
 using HANDLE = void*;
 using HGDIOBJ = void*; // any of the drawing objects below

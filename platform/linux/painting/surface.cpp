@@ -9,7 +9,9 @@ Surface::Surface(QImage picture) : own_(std::move(picture)), picture_(&own_) {}
 Surface::Surface(QImage* picture) : picture_(picture) {}
 
 void Surface::Forget() {
-    painter_.end();
+    if (painter_.isActive()) {
+        painter_.end();
+    }
     picture_ = nullptr;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <string>

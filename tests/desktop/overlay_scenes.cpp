@@ -1,0 +1,100 @@
+// Puts the real overlay into one state after the other on a real screen. For each it prints
+// "NAME LEFT TOP WIDTH HEIGHT", the place of what is to be seen, and waits for a line of input.
+// scripts/screenshots takes the pictures.
+#include "overlay_probe.h"
+
+#include <cstdio>
+#include <string>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+bool LineHasCome() {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    if (poll(&input, 1, 0) <= 0) {
+        return false;
+    }
+    char c = 0;
+    while (read(STDIN_FILENO, &c, 1) == 1 && c != '\n') {
+    }
+    return true;
+}
+
+void Print(const char* name, const OverlayProbe& overlay, int above) {
+    const RECT bounds = overlay.Bounds();
+    std::printf("%s %d %d %d %d\n", name, bounds.left, bounds.top - above,
+                bounds.right - bounds.left, bounds.bottom - bounds.top + above);
+    std::fflush(stdout);
+}
+
+void Show(const char* name, OverlayProbe& overlay, int above = 0) {
+    overlay.Pump();
+    Print(name, overlay, above);
+    overlay.PumpUntil(LineHasCome, std::chrono::seconds(30));
+}
+
+void Conversation(OverlayProbe& overlay) {
+    overlay.Result("He was not an ill disposed young man", "No era un joven mal dispuesto");
+    overlay.Result("unless to be rather cold hearted and rather selfish is to be ill disposed",
+                   "a menos que ser bastante frío de corazón y bastante egoísta sea estar mal "
+                   "dispuesto");
+    overlay.Result("had he married a more amiable woman", "si hubiera casado con una mujer", false);
+}
+
+void Scripts(OverlayProbe& overlay) {
+    overlay.Result("今日は本当にいい天気ですね。散歩に行きましょう。", "今天天气真好，我们去散步吧。");
+    overlay.Result("مرحبا بكم في الاجتماع اليوم", "ברוכים הבאים לפגישה היום 😀👍");
+    overlay.Result("ยินดีต้อนรับสู่การประชุมวันนี้", "आज की बैठक में आपका स्वागत है");
+    overlay.Result("오늘 회의에 오신 것을 환영합니다", "Καλώς ήρθατε · Добро пожаловать");
+}
+
+void ShowButtons(OverlayProbe& overlay) {
+    const ToolbarRect button = overlay.Button(kMicrophoneButton);
+    const ToolbarRect other = overlay.Button(kClearButton);
+    overlay.Move(button.left + 5, button.top + 5);
+    Show("hover-active", overlay, 60);
+    overlay.Press(button.left + 5, button.top + 5);
+    Show("press-active", overlay, 60);
+    overlay.Send(WM_CAPTURECHANGED);
+    overlay.Move(other.left + 5, other.top + 5);
+    Show("hover", overlay, 60);
+    overlay.Press(other.left + 5, other.top + 5);
+    Show("press", overlay, 60);
+    overlay.Send(WM_CAPTURECHANGED);
+    overlay.Send(WM_MOUSELEAVE);
+}
+
+} // namespace
+
+int main() {
+    OverlayProbe overlay;
+    Show("fresh", overlay);
+    ShowButtons(overlay);
+    overlay.Error("server_error_500");
+    Show("error", overlay);
+    overlay.Error("quota_exceeded");
+    Show("quota", overlay);
+    overlay.Send(kMsgStarted);
+    Conversation(overlay);
+    Show("captions", overlay);
+    overlay.Command(kTranslationButton);
+    Show("translations-off", overlay);
+    overlay.Command(kTranslationButton);
+    overlay.Command(kClearButton);
+    overlay.Send(kMsgStarted);
+    Scripts(overlay);
+    Show("scripts", overlay);
+    overlay.Result(std::string(300, 'w') + " a very long word, and " + std::string(500, 'm'),
+                   "line\r\nbreaks\nand\ttabs \x01\x02 end");
+    Show("long-text", overlay);
+    for (int i = 0; i < 20; ++i) {
+        Conversation(overlay);
+    }
+    overlay.Send(WM_MOUSEWHEEL, MAKEWPARAM(0, 1200));
+    Show("scrolled", overlay);
+    Print("menu", overlay, 0);
+    overlay.Tray().ShowMenu();
+    return 0;
+}
