@@ -119,7 +119,10 @@ start_screen() {
     wait_until 10 has_window_manager || fail "no window manager"
     trayer --edge top --align right --widthtype request --height 24 >"$private/trayer.log" 2>&1 &
     started+=("$!")
-    wait_until 10 xdotool search --onlyvisible --class trayer || fail "no host for notification icons"
+    wait_until 10 xdotool search --class trayer || {
+        cat "$private/trayer.log" >&2
+        fail "no host for notification icons"
+    }
 }
 
 # A home of the try-out's own, for settings and transcripts.

@@ -22,16 +22,17 @@ bool LineHasCome() {
     return true;
 }
 
-void Print(const char* name, const OverlayProbe& overlay, int above) {
+// With so much room above the overlay and beside it, for a tooltip.
+void Print(const char* name, const OverlayProbe& overlay, int room) {
     const RECT bounds = overlay.Bounds();
-    std::printf("%s %d %d %d %d\n", name, bounds.left, bounds.top - above,
-                bounds.right - bounds.left, bounds.bottom - bounds.top + above);
+    std::printf("%s %d %d %d %d\n", name, bounds.left, bounds.top - room,
+                bounds.right - bounds.left + room, bounds.bottom - bounds.top + room);
     std::fflush(stdout);
 }
 
-void Show(const char* name, OverlayProbe& overlay, int above = 0) {
+void Show(const char* name, OverlayProbe& overlay, int room = 0) {
     overlay.Pump();
-    Print(name, overlay, above);
+    Print(name, overlay, room);
     overlay.PumpUntil(LineHasCome, std::chrono::seconds(30));
 }
 
