@@ -25,6 +25,9 @@ struct HeightCase {
     int stored;
     int height;
 };
+void PrintTo(const HeightCase& height, std::ostream* out) {
+    *out << height.stored;
+}
 class OverlayHeight : public testing::TestWithParam<HeightCase> {};
 TEST_P(OverlayHeight, IsTheStoredOneButNeverTooLittle) {
     StoredSettings settings;
