@@ -236,16 +236,13 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
         OnTray(lParam);
         return 0;
     case kMsgResult:
-        if (const std::unique_ptr<TranslationResult> result(
-                reinterpret_cast<TranslationResult*>(lParam));
-            result != nullptr) {
+        if (const auto result = TakeResult(lParam)) {
             OnResult(*result);
             Repaint();
         }
         return 0;
     case kMsgError:
-        if (const std::unique_ptr<WideString> raw(reinterpret_cast<WideString*>(lParam));
-            raw != nullptr) {
+        if (const auto raw = TakeText(lParam)) {
             OnTranslationError(*raw);
         }
         return 0;
@@ -291,10 +288,8 @@ void OverlayWindow::OnDestroy() {
     MSG waiting;
     while (PeekMessageW(&waiting, hwnd_, kMsgResult, kMsgError, PM_REMOVE) != FALSE) {
         if (waiting.message == kMsgError) {
-            delete reinterpret_cast<WideString*>(waiting.lParam);
-        } else if (const std::unique_ptr<TranslationResult> result(
-                       reinterpret_cast<TranslationResult*>(waiting.lParam));
-                   result != nullptr) {
+            TakeText(waiting.lParam);
+        } else if (const auto result = TakeResult(waiting.lParam)) {
             OnResult(*result);
         }
     }

@@ -12,7 +12,7 @@ constexpr DWORD kFlagPollMs = 60;
 template <typename Payload>
 void PostOwned(HWND window, UINT message, std::unique_ptr<Payload> payload) {
     if (PostMessageW(window, message, 0, reinterpret_cast<LPARAM>(payload.get())) != FALSE) {
-        payload.release(); // the receiver's now
+        static_cast<void>(payload.release()); // the receiver's now
     }
 }
 
@@ -65,7 +65,7 @@ void TranslationRun::Supersede() {
     MSG late;
     while (PeekMessageW(&late, window_, kMsgError, kMsgStopped, PM_REMOVE) != FALSE) {
         if (late.message == kMsgError) {
-            delete reinterpret_cast<WideString*>(late.lParam);
+            TakeText(late.lParam);
         }
     }
 }

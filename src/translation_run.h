@@ -24,6 +24,14 @@ inline constexpr UINT kMsgStopped = WM_APP + 13; // lParam is 0
 bool StartSources(AudioCapture& capture, bool useMic, bool useLoopback, const ConfigData& config,
                   PcmCallback callback);
 
+// Takes over what the lParam of such a message points at; null for an lParam of 0.
+inline std::unique_ptr<TranslationResult> TakeResult(LPARAM lParam) {
+    return std::unique_ptr<TranslationResult>(reinterpret_cast<TranslationResult*>(lParam));
+}
+inline std::unique_ptr<WideString> TakeText(LPARAM lParam) {
+    return std::unique_ptr<WideString>(reinterpret_cast<WideString*>(lParam));
+}
+
 // Posts a copy of a result to the window.
 void PostResult(HWND window, const TranslationResult& result);
 

@@ -45,7 +45,8 @@ void Conversation(OverlayProbe& overlay) {
 }
 
 void Scripts(OverlayProbe& overlay) {
-    overlay.Result("今日は本当にいい天気ですね。散歩に行きましょう。", "今天天气真好，我们去散步吧。");
+    overlay.Result("今日は本当にいい天気ですね。散歩に行きましょう。",
+                   "今天天气真好，我们去散步吧。");
     overlay.Result("مرحبا بكم في الاجتماع اليوم", "ברוכים הבאים לפגישה היום 😀👍");
     overlay.Result("ยินดีต้อนรับสู่การประชุมวันนี้", "आज की बैठक में आपका स्वागत है");
     overlay.Result("오늘 회의에 오신 것을 환영합니다", "Καλώς ήρθατε · Добро пожаловать");

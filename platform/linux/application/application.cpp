@@ -6,6 +6,7 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include <xcb/xcb.h>
 
@@ -45,8 +46,9 @@ QApplication* Make() {
     static char name[] = "kelvarin";
     static char* argv[] = {name, nullptr};
     QCoreApplication::setAttribute(Qt::AA_DisableSessionManager);
-    auto* application = new QApplication(argc, argv); // outlives static destructors on purpose
-    std::setlocale(LC_NUMERIC, "C");                  // Qt took the user's; decimal points are ours
+    // Outlives the static destructors on purpose.
+    QApplication* const application = std::make_unique<QApplication>(argc, argv).release();
+    std::setlocale(LC_NUMERIC, "C"); // Qt took the user's; decimal points are ours
     QGuiApplication::setDesktopFileName(QStringLiteral("kelvarin"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
     return application;
