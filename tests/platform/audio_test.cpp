@@ -114,6 +114,13 @@ struct Capture : Client {
         }
     }
 
+    ~Capture() { // the stream signals the event for as long as it lives
+        packets.Reset();
+        client.Reset();
+    }
+    Capture(const Capture&) = delete;
+    Capture& operator=(const Capture&) = delete;
+
     // What a reader does between two looks; false when a sleeping one was not woken.
     bool WaitForNews() const {
         if (event != nullptr) {

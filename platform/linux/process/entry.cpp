@@ -3,6 +3,8 @@
 
 #include <clocale>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -46,5 +48,9 @@ int main() {
     IgnoreBrokenPipes();
     TakeUsersCharacters();
     WCHAR commandLine[] = {0};
-    return wWinMain(GetModuleHandleW(nullptr), nullptr, commandLine, kShowDefault);
+    const int result = wWinMain(GetModuleHandleW(nullptr), nullptr, commandLine, kShowDefault);
+    // Threads of a run may still be at work, and end here as they do on Windows: before anything
+    // that they use is torn down, which an ordinary exit would do under their feet.
+    std::fflush(nullptr);
+    std::_Exit(result);
 }

@@ -25,9 +25,10 @@ long Futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
 } // namespace
 
 void Event::Set() {
+    const std::uint32_t waitersToWake = manualReset_ ? INT_MAX : 1;
     const std::uint32_t before = state_.fetch_or(kSet, std::memory_order_release);
     if (before >= kWaiter && (before & kSet) == 0) {
-        Futex(state_, FUTEX_WAKE, manualReset_ ? INT_MAX : 1, nullptr);
+        Futex(state_, FUTEX_WAKE, waitersToWake, nullptr);
     }
 }
 
