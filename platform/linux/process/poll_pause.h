@@ -14,6 +14,6 @@ namespace process {
 // such as that it is to stop.
 void SleepUntilReady(const std::shared_ptr<Event>& ready);
 
-inline constexpr DWORD kLongestPollPauseMs = 20;
+inline constexpr DWORD kLongestPollPauseMs = 30;
 
 } // namespace process
