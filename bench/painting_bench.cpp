@@ -1,5 +1,5 @@
-// What a picture of the overlay is made of: text measured for the first time and again, text drawn,
-// cards filled. The baseline is the clearing of the picture.
+// What pictures of the windows are made of: text measured for the first time and again, text drawn,
+// cards filled, pictures copied. The baseline is the clearing of the picture.
 #include <windows.h>
 
 #include <gdiplus.h>
@@ -30,7 +30,7 @@ public:
         info.bmiHeader.biHeight = -kHeight;
         info.bmiHeader.biPlanes = 1;
         info.bmiHeader.biBitCount = 32;
-        HDC context = CreateCompatibleDC(nullptr);
+        context = CreateCompatibleDC(nullptr);
         void* bits = nullptr;
         SelectObject(context, CreateDIBSection(context, &info, DIB_RGB_COLORS, &bits, nullptr, 0));
         GdipCreateFromHDC(context, &graphics);
@@ -50,6 +50,7 @@ public:
         return box;
     }
 
+    HDC context = nullptr;
     GpGraphics* graphics = nullptr;
     GpFontFamily* family = nullptr;
     GpFont* font = nullptr;
@@ -112,6 +113,34 @@ void DrawAText(benchmark::State& state) {
     }
 }
 
+void DrawAPlainText(benchmark::State& state) {
+    const std::u16string text = Words(static_cast<std::size_t>(state.range(0)), 0);
+    HDC context = TheScene().context;
+    constexpr int kPixels = 12;
+    HFONT font = CreateFontW(-kPixels, 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0,
+                             CLEARTYPE_QUALITY, 0, TEXT("Microsoft YaHei UI"));
+    HGDIOBJ former = SelectObject(context, font);
+    for (auto _ : state) {
+        RECT room{0, 0, static_cast<LONG>(kCardWidth), 28};
+        DrawTextW(context, text.data(), static_cast<int>(text.size()), &room,
+                  DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX | DT_END_ELLIPSIS);
+    }
+    SelectObject(context, former);
+    DeleteObject(font);
+}
+
+void CopyAPicture(benchmark::State& state) {
+    HDC context = CreateCompatibleDC(nullptr);
+    HBITMAP bitmap = CreateCompatibleBitmap(context, kWidth, kHeight);
+    HGDIOBJ former = SelectObject(context, bitmap);
+    for (auto _ : state) {
+        BitBlt(TheScene().context, 0, 0, kWidth, kHeight, context, 0, 0, SRCCOPY);
+    }
+    SelectObject(context, former);
+    DeleteObject(bitmap);
+    DeleteDC(context);
+}
+
 void FillACard(benchmark::State& state) {
     for (auto _ : state) {
         GpPath* path = nullptr;
@@ -144,6 +173,8 @@ BENCHMARK(MeasureANewText)->Arg(10)->Arg(100)->Arg(1000);
 BENCHMARK(MeasureAKnownText)->Arg(10)->Arg(100)->Arg(1000);
 BENCHMARK(MeasureAMegabyte);
 BENCHMARK(DrawAText)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(DrawAPlainText)->Arg(10)->Arg(100);
+BENCHMARK(CopyAPicture);
 BENCHMARK(FillACard);
 BENCHMARK(CreateAFont);
 

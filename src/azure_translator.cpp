@@ -3,7 +3,6 @@
 #include "debug_trace.h"
 #include "json_scanner.h"
 #include "service_message.h"
-#include "service_url.h"
 #include "thread_start.h"
 
 #include <iterator>
@@ -16,7 +15,6 @@ constexpr int kResolveTimeoutMs = 10000;
 constexpr int kConnectTimeoutMs = 10000;
 constexpr int kSendTimeoutMs = 8000;
 constexpr int kReceiveTimeoutMs = 8000;
-constexpr const WCHAR* kUserAgent = TEXT("KelvarinClient/1.0");
 constexpr const WCHAR* kAddedHeaders =
     TEXT("Content-Type: application/json\r\nConnection: keep-alive\r\n");
 constexpr const WCHAR* kUnknown = TEXT("unknown");
@@ -64,18 +62,6 @@ WideString RefusalText(DWORD status, const std::string& response) {
     return TEXT("Server error ") + Decimal(status) + TEXT(": ") + Utf8ToWide(response);
 }
 
-// Reads the body in the pieces in which it arrives, up to its end or to where it breaks off.
-void ReadBody(HINTERNET request, std::string& response) {
-    DWORD available = 0;
-    while (WinHttpQueryDataAvailable(request, &available) && available > 0) {
-        const std::size_t size = response.size();
-        response.resize(size + available);
-        DWORD read = 0;
-        WinHttpReadData(request, response.data() + size, available, &read);
-        response.resize(size + read);
-    }
-}
-
 } // namespace
 
 AzureTranslator::AzureTranslator() : audioBuffer_(kMaxWaitingAudio) {
@@ -105,18 +91,10 @@ void AzureTranslator::Configure(const WideString& accessKey, const WideString& l
     clientVersion_ = TEXT("1.0.0");
     ProxyTrace(TEXT("[PROXY] Client version: %s\n"), clientVersion_.c_str());
 
-    WCHAR host[256] = {};
-    WCHAR path[512] = {};
-    URL_COMPONENTS parts = {};
-    parts.dwStructSize = sizeof parts;
-    parts.lpszHostName = host;
-    parts.dwHostNameLength = static_cast<DWORD>(std::size(host));
-    parts.lpszUrlPath = path;
-    parts.dwUrlPathLength = static_cast<DWORD>(std::size(path));
-    if (WinHttpCrackUrl(ServiceUrl().c_str(), 0, 0, &parts)) {
-        host_ = host;
-        port_ = parts.nPort;
-        https_ = parts.nScheme == INTERNET_SCHEME_HTTPS;
+    if (const auto address = CrackServiceUrl()) {
+        host_ = address->host;
+        port_ = address->port;
+        https_ = address->https;
     }
     ProxyTrace(TEXT("[PROXY] Configure host=%s port=%u https=%d\n"), host_.c_str(), unsigned{port_},
                https_ ? 1 : 0);
@@ -228,8 +206,7 @@ void AzureTranslator::PostSessionStop() {
 }
 
 void AzureTranslator::OpenConnection() {
-    InternetHandle session(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY,
-                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+    InternetHandle session = OpenInternet();
     if (!session) {
         return;
     }
@@ -276,11 +253,7 @@ DWORD AzureTranslator::HttpRequest(const WideString& method, const WideString& p
         OpenConnection();
         return 0;
     }
-    DWORD status = 0;
-    DWORD statusBytes = sizeof status;
-    WinHttpQueryHeaders(request.get(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
-                        WINHTTP_HEADER_NAME_BY_INDEX, &status, &statusBytes,
-                        WINHTTP_NO_HEADER_INDEX);
+    const DWORD status = ReadStatus(request.get());
     ReadBody(request.get(), response);
     return status;
 }

@@ -4,11 +4,10 @@
 
 #include "audio_queue.h"
 #include "event_handle.h"
+#include "internet.h"
 #include "wide_text.h"
 
 #include <windows.h>
-
-#include <winhttp.h>
 
 #include <atomic>
 #include <cstdint>
@@ -16,7 +15,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
 
 // One result of the service.
 struct TranslationResult {
@@ -25,34 +23,6 @@ struct TranslationResult {
     bool isFinal = false;  // complete; a partial is replaced by the next result
     WideString sourceLang; // code of the spoken language
     WideString targetLang; // code of the translation's language
-};
-
-// An owned WinHTTP handle.
-class InternetHandle {
-public:
-    InternetHandle() = default;
-    explicit InternetHandle(HINTERNET handle) : handle_(handle) {}
-    ~InternetHandle() { Reset(); }
-    InternetHandle(InternetHandle&& other) noexcept
-        : handle_(std::exchange(other.handle_, nullptr)) {}
-    InternetHandle& operator=(InternetHandle&& other) noexcept {
-        if (this != &other) {
-            Reset();
-            handle_ = std::exchange(other.handle_, nullptr);
-        }
-        return *this;
-    }
-
-    explicit operator bool() const { return handle_ != nullptr; }
-    HINTERNET get() const { return handle_; }
-    void Reset() {
-        if (HINTERNET handle = std::exchange(handle_, nullptr); handle != nullptr) {
-            WinHttpCloseHandle(handle);
-        }
-    }
-
-private:
-    HINTERNET handle_ = nullptr;
 };
 
 // Serves one session: Configure, Start, Stop, in this order and each once.

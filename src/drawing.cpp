@@ -138,6 +138,21 @@ float MeasureTextHeight(GpGraphics* graphics, const WideString& text, const Rect
 // ---- Pictures
 // ------------------------------------------------------------------------------------
 
+namespace {
+
+// Null when the context has nothing to draw on.
+GraphicsOwner SmoothGraphics(HDC context) {
+    GpGraphics* graphics = nullptr;
+    if (GdipCreateFromHDC(context, &graphics) != Ok) {
+        return nullptr;
+    }
+    GdipSetSmoothingMode(graphics, SmoothingModeAntiAlias);
+    GdipSetTextRenderingHint(graphics, TextRenderingHintClearTypeGridFit);
+    return GraphicsOwner(graphics);
+}
+
+} // namespace
+
 Canvas::Canvas(int width, int height) : size_{width, height} {
     BITMAPINFO info{};
     info.bmiHeader.biSize = sizeof info.bmiHeader;
@@ -153,14 +168,8 @@ Canvas::Canvas(int width, int height) : size_{width, height} {
         return;
     }
     former_ = SelectObject(context_, bitmap_);
-    GpGraphics* graphics = nullptr;
-    if (GdipCreateFromHDC(context_, &graphics) != Ok) {
-        return;
-    }
-    graphics_.reset(graphics);
-    GdipGraphicsClear(graphics, 0);
-    GdipSetSmoothingMode(graphics, SmoothingModeAntiAlias);
-    GdipSetTextRenderingHint(graphics, TextRenderingHintClearTypeGridFit);
+    graphics_ = SmoothGraphics(context_);
+    GdipGraphicsClear(graphics_.get(), 0);
 }
 
 Canvas::~Canvas() {
@@ -179,4 +188,26 @@ void Canvas::PushTo(HWND window, BYTE opacity) const {
     SIZE size = size_;
     BLENDFUNCTION blend{AC_SRC_OVER, 0, opacity, AC_SRC_ALPHA};
     UpdateLayeredWindow(window, nullptr, nullptr, &size, context_, &source, 0, &blend, ULW_ALPHA);
+}
+
+OffscreenBitmap::OffscreenBitmap(HDC target, int width, int height)
+    : size_{width, height}, context_(CreateCompatibleDC(target)),
+      bitmap_(CreateCompatibleBitmap(target, width, height)) {
+    if (bitmap_ != nullptr) {
+        former_ = SelectObject(context_, bitmap_);
+        graphics_ = SmoothGraphics(context_);
+    }
+}
+
+OffscreenBitmap::~OffscreenBitmap() {
+    graphics_.reset();
+    if (bitmap_ != nullptr) {
+        SelectObject(context_, former_);
+        DeleteObject(bitmap_);
+    }
+    DeleteDC(context_);
+}
+
+void OffscreenBitmap::CopyTo(HDC target, int x, int y) const {
+    BitBlt(target, x, y, size_.cx, size_.cy, context_, 0, 0, SRCCOPY);
 }

@@ -12,6 +12,7 @@
 
 #include <memory>
 #include <string_view>
+#include <type_traits>
 
 using WideView = std::basic_string_view<WCHAR>;
 
@@ -35,6 +36,13 @@ using FontOwner =
     std::unique_ptr<Gdiplus::GpFont, GdipDeleter<&Gdiplus::DllExports::GdipDeleteFont>>;
 using FormatOwner = std::unique_ptr<Gdiplus::GpStringFormat,
                                     GdipDeleter<&Gdiplus::DllExports::GdipDeleteStringFormat>>;
+
+// Deletes fonts and brushes of GDI.
+struct GdiDeleter {
+    void operator()(HGDIOBJ object) const { DeleteObject(object); }
+};
+using GdiFontOwner = std::unique_ptr<std::remove_pointer_t<HFONT>, GdiDeleter>;
+using GdiBrushOwner = std::unique_ptr<std::remove_pointer_t<HBRUSH>, GdiDeleter>;
 
 // GDI+ itself, for as long as it lives. Whoever draws keeps one.
 class GdiplusSession {
@@ -94,6 +102,29 @@ private:
     const SIZE size_;
     HDC context_ = nullptr;
     HBITMAP bitmap_ = nullptr;
+    HGDIOBJ former_ = nullptr; // what the context held before the bitmap
+    GraphicsOwner graphics_;   // goes before the context that it draws on
+};
+
+// An opaque picture in memory as wide and high as what it will be copied to, for painting that must
+// not be seen half done. What is not painted stays as the system made it.
+class OffscreenBitmap {
+public:
+    OffscreenBitmap(HDC target, int width, int height);
+    ~OffscreenBitmap();
+    OffscreenBitmap(const OffscreenBitmap&) = delete;
+    OffscreenBitmap& operator=(const OffscreenBitmap&) = delete;
+
+    HDC Context() const { return context_; }
+    // Null when there was no memory for the picture.
+    Gdiplus::GpGraphics* Graphics() const { return graphics_.get(); }
+    // With its top left corner at (x, y).
+    void CopyTo(HDC target, int x, int y) const;
+
+private:
+    const SIZE size_;
+    HDC context_;
+    HBITMAP bitmap_;
     HGDIOBJ former_ = nullptr; // what the context held before the bitmap
     GraphicsOwner graphics_;   // goes before the context that it draws on
 };

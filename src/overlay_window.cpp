@@ -4,6 +4,7 @@
 
 #include "dpi.h"
 #include "stored_values.h"
+#include "window_messages.h"
 #include "windows_additions.h"
 
 #include <algorithm>
@@ -35,14 +36,6 @@ int ScreenDpi() {
     const int dpi = GetDeviceCaps(screen, LOGPIXELSX);
     ReleaseDC(nullptr, screen);
     return dpi;
-}
-
-// Coordinates in a message are signed: a captured pointer may be left of the window, or above it.
-int SignedLow(LPARAM lParam) {
-    return static_cast<std::int16_t>(LOWORD(lParam));
-}
-int SignedHigh(std::uintptr_t value) {
-    return static_cast<std::int16_t>(HIWORD(value));
 }
 
 } // namespace
@@ -212,16 +205,16 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
         }
         break;
     case WM_MOUSEMOVE:
-        OnMouseMove(SignedLow(lParam), SignedHigh(static_cast<std::uintptr_t>(lParam)), wParam);
+        OnMouseMove(SignedLow(lParam), SignedHigh(lParam), wParam);
         return 0;
     case WM_LBUTTONDOWN:
-        OnLeftButtonDown(SignedLow(lParam), SignedHigh(static_cast<std::uintptr_t>(lParam)));
+        OnLeftButtonDown(SignedLow(lParam), SignedHigh(lParam));
         return 0;
     case WM_LBUTTONUP:
         OnLeftButtonUp();
         return 0;
     case WM_MOUSEWHEEL:
-        OnMouseWheel(SignedHigh(wParam));
+        OnMouseWheel(SignedHigh(static_cast<std::intptr_t>(wParam)));
         return 0;
     case WM_CAPTURECHANGED:
         OnCaptureChanged();
@@ -263,7 +256,7 @@ void OverlayWindow::OnTimer() {
     ApplyCaptureExclusion();
     SetTransparentToInput(false);
     ShowWindow(hwnd_, SW_SHOW);
-    UpdateWindow(hwnd_);
+    Repaint(); // not every system asks for a layered window's first picture
 }
 
 void OverlayWindow::OnPaint() {

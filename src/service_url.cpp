@@ -3,3 +3,7 @@
 WideString ServiceUrl() {
     return TEXT(KELVARIN_SERVICE_URL);
 }
+
+KeyStatusAccess AccessToKeyStatus() {
+    return {443, true};
+}

@@ -3,5 +3,14 @@
 
 #include "wide_text.h"
 
+#include <cstdint>
+
 // Scheme, host and port count; a path would not be used.
 WideString ServiceUrl();
+
+// How the state of a key is asked for at the URL's host, whatever the URL says of it.
+struct KeyStatusAccess {
+    std::uint16_t port;
+    bool https;
+};
+KeyStatusAccess AccessToKeyStatus();

@@ -1,39 +1,21 @@
-// Puts the real overlay into one state after the other on a real screen. For each it prints
-// "NAME LEFT TOP WIDTH HEIGHT", the place of what is to be seen, and waits for a line of input.
-// scripts/screenshots takes the pictures.
+// Puts the real overlay into one state after the other on a real screen, for scripts/screenshots.
 #include "overlay_probe.h"
+#include "scene.h"
 
-#include <cstdio>
 #include <string>
 
-#include <poll.h>
-#include <unistd.h>
-
 namespace {
-
-bool LineHasCome() {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    if (poll(&input, 1, 0) <= 0) {
-        return false;
-    }
-    char c = 0;
-    while (read(STDIN_FILENO, &c, 1) == 1 && c != '\n') {
-    }
-    return true;
-}
 
 // With so much room above the overlay and beside it, for a tooltip.
 void Print(const char* name, const OverlayProbe& overlay, int room) {
     const RECT bounds = overlay.Bounds();
-    std::printf("%s %d %d %d %d\n", name, bounds.left, bounds.top - room,
-                bounds.right - bounds.left + room, bounds.bottom - bounds.top + room);
-    std::fflush(stdout);
+    scene::Print(name, {bounds.left, bounds.top - room, bounds.right + room, bounds.bottom});
 }
 
 void Show(const char* name, OverlayProbe& overlay, int room = 0) {
     overlay.Pump();
     Print(name, overlay, room);
-    overlay.PumpUntil(LineHasCome, std::chrono::seconds(30));
+    overlay.PumpUntil(scene::LineHasCome, std::chrono::seconds(30));
 }
 
 void Conversation(OverlayProbe& overlay) {

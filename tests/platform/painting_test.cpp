@@ -4,12 +4,14 @@
 
 #include "painting/fonts.h"
 #include "painting/picture.h"
+#include "painting/text_font.h"
 #include "painting/text_layout.h"
 
 #include <gtest/gtest.h>
 
 #include <QImage>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -88,6 +90,17 @@ Path RoundedRectangle(float x, float y, float w, float h, float r) {
     GdipAddPathArc(path, x, y + h - 2 * r, 2 * r, 2 * r, 90, 90);
     GdipClosePathFigure(path);
     return Path(path);
+}
+
+Pen MakePen(ARGB colour) {
+    GpPen* pen = nullptr;
+    EXPECT_EQ(GdipCreatePen1(colour, 1, UnitWorld, &pen), Ok);
+    return Pen(pen);
+}
+
+HFONT PlainFont(int pixels, const WCHAR* family, int weight = FW_NORMAL) {
+    return CreateFontW(-pixels, 0, 0, 0, weight, FALSE, FALSE, FALSE, DEFAULT_CHARSET, 0, 0,
+                       CLEARTYPE_QUALITY, 0, family);
 }
 
 struct Measured {
@@ -280,7 +293,9 @@ TEST(PaintingText, AnEllipsisStandsForExactlyWhatHasNoRoom) {
         return canvas.Measure(text.substr(0, static_cast<std::size_t>(units)) + u"…", font.get(),
                               {}, nullptr);
     };
-    for (float width = 30; width < whole; width += 7.25F) {
+    const int steps = static_cast<int>((whole - 30) / 7.25F);
+    for (int step = 0; step < steps; ++step) {
+        const float width = 30 + 7.25F * static_cast<float>(step);
         const Measured cut = canvas.Measure(text, font.get(), {0, 0, width, 20}, format.get());
         EXPECT_LE(cut.box.Width, width);
         EXPECT_LT(cut.units, static_cast<int>(text.size()));
@@ -509,9 +524,7 @@ TEST(PaintingShapes, ARoundedRectangleHasSmoothCornersAndSharpEdges) {
 }
 
 TEST(PaintingShapes, ThinOutlinesAndLinesFillOneRowOfPixels) {
-    GpPen* made = nullptr;
-    ASSERT_EQ(GdipCreatePen1(0xFFFFFFFF, 1, UnitWorld, &made), Ok);
-    const Pen pen(made);
+    const Pen pen = MakePen(0xFFFFFFFF);
     const Canvas outlined(20, 10);
     GdipDrawPath(outlined.Graphics(), pen.get(), RoundedRectangle(0, 0, 20, 10, 3).get());
     for (const auto& [x, y] : {std::pair{0, 5}, {19, 5}, {10, 0}, {10, 9}}) {
@@ -526,6 +539,49 @@ TEST(PaintingShapes, ThinOutlinesAndLinesFillOneRowOfPixels) {
     EXPECT_EQ(ruled.AlphaAt(1, 4), 0);
     EXPECT_EQ(ruled.AlphaAt(10, 3), 0);
     EXPECT_EQ(ruled.AlphaAt(10, 5), 0);
+
+    const Canvas framed(20, 10);
+    GdipDrawRectangle(framed.Graphics(), pen.get(), 0, 0, 19, 9);
+    for (int y = 0; y < 10; ++y) {
+        for (int x = 0; x < 20; ++x) {
+            const bool border = x == 0 || y == 0 || x == 19 || y == 9;
+            EXPECT_EQ(framed.AlphaAt(x, y), border ? 255 : 0) << x << ' ' << y;
+        }
+    }
+}
+
+TEST(PaintingShapes, APolygonFillsTheInsideOfItsCorners) {
+    const Canvas canvas(20, 20);
+    const PointF triangle[] = {{2, 2}, {18, 2}, {10, 18}};
+    EXPECT_EQ(
+        GdipFillPolygon(canvas.Graphics(), Solid(0xFFFFFFFF).get(), triangle, 3, FillModeAlternate),
+        Ok);
+    EXPECT_EQ(canvas.AlphaAt(10, 2), 255);
+    EXPECT_EQ(canvas.AlphaAt(10, 14), 255);
+    EXPECT_EQ(canvas.AlphaAt(10, 1), 0);
+    EXPECT_EQ(canvas.AlphaAt(3, 12), 0);
+    EXPECT_EQ(canvas.AlphaAt(17, 12), 0);
+}
+
+TEST(PaintingShapes, PresetColoursTakeTheirPlacesAlongTheLine) {
+    const Canvas canvas(60, 2);
+    const PointF from(10, 0);
+    const PointF to(50, 0);
+    GpLineGradient* gradient = nullptr;
+    ASSERT_EQ(GdipCreateLineBrush(&from, &to, 0xFF000000, 0xFF000000, WrapModeTile, &gradient), Ok);
+    const Brush owner(gradient);
+    const ARGB colours[] = {0x00A5C3FF, 0xC0A5C3FF, 0x00A5C3FF};
+    const REAL places[] = {0.0F, 0.5F, 1.0F};
+    ASSERT_EQ(GdipSetLinePresetBlend(gradient, colours, places, 3), Ok);
+    GdipFillRectangle(canvas.Graphics(), gradient, 10, 0, 40, 2);
+    for (int x = 10; x < 50; ++x) {
+        const double fromMiddle = std::abs(x + 0.5 - 30) / 20;
+        EXPECT_NEAR(canvas.AlphaAt(x, 0), 0xC0 * (1 - fromMiddle), 2) << x;
+    }
+    EXPECT_NEAR(canvas.At(30, 0) & 0xFF, canvas.AlphaAt(30, 0), 1) << "the colour fades to black";
+    const REAL backwards[] = {0.0F, 1.5F, 1.0F};
+    EXPECT_EQ(GdipSetLinePresetBlend(gradient, colours, backwards, 3), InvalidParameter);
+    EXPECT_EQ(GdipSetLinePresetBlend(gradient, colours, places, 2), InvalidParameter);
 }
 
 TEST(PaintingShapes, AClipHoldsUntilItIsResetAndForOneGraphicsOnly) {
@@ -548,6 +604,264 @@ TEST(PaintingShapes, AClipHoldsUntilItIsResetAndForOneGraphicsOnly) {
     GdipResetClip(canvas.Graphics());
     GdipFillRectangle(canvas.Graphics(), white.get(), 0, 0, 10, 10);
     EXPECT_EQ(canvas.AlphaAt(9, 9), 255);
+}
+
+// ---- Plain text -------------------------------------------------------------------------------
+
+constexpr int kPlain = 14; // pixels of the font
+
+// A canvas with a font selected, in white on nothing.
+class Sheet : public Canvas {
+public:
+    Sheet(int width, int height, const WCHAR* family = TEXT("Microsoft YaHei UI"))
+        : Canvas(width, height), font_(PlainFont(kPlain, family)),
+          former_(SelectObject(Context(), font_)) {
+        SetTextColor(Context(), RGB(255, 255, 255));
+        SetBkMode(Context(), TRANSPARENT);
+    }
+    ~Sheet() {
+        SelectObject(Context(), former_);
+        EXPECT_TRUE(DeleteObject(font_));
+    }
+    Sheet(const Sheet&) = delete;
+    Sheet& operator=(const Sheet&) = delete;
+
+    int Write(std::u16string_view text, RECT room, UINT flags) const {
+        return DrawTextW(Context(), text.data(), static_cast<int>(text.size()), &room, flags);
+    }
+    // Width and height.
+    SIZE Needed(std::u16string_view text, UINT flags, LONG width = 0) const {
+        RECT room{0, 0, width, 0};
+        DrawTextW(Context(), text.data(), static_cast<int>(text.size()), &room,
+                  flags | DT_CALCRECT);
+        return {room.right, room.bottom};
+    }
+
+private:
+    HFONT font_;
+    HGDIOBJ former_;
+};
+
+TEST(PaintingPlainText, StandsWhereTheFlagsPutItAndNeverOutsideItsRectangle) {
+    struct Case {
+        const char* fault;
+        std::u16string_view text;
+        UINT flags;
+        LONG width; // of the rectangle
+        RECT ink;   // in which the text's pixels are to lie, close to its edges
+    };
+    const LONG line = Sheet(8, 8).Needed(u"H", DT_SINGLELINE).cy;
+    const LONG middle = 10 + (60 - line) / 2;
+    const LONG wide = Sheet(8, 8).Needed(u"Hgj", DT_SINGLELINE).cx;
+    const LONG arabic = Sheet(8, 8).Needed(u"\u0627\u0644\u0627", DT_SINGLELINE).cx;
+    constexpr UINT one = DT_SINGLELINE | DT_NOPREFIX;
+    const Case cases[] = {
+        {"not at the top left", u"Hgj", one, 200, {20, 10, 20 + wide, 10 + line}},
+        {"not centred",
+         u"Hgj",
+         one | DT_CENTER,
+         200,
+         {120 - wide / 2, 10, 120 + wide / 2, 10 + line}},
+        {"not at the right", u"Hgj", one | DT_RIGHT, 200, {220 - wide, 10, 220, 10 + line}},
+        {"not in the middle",
+         u"Hgj",
+         one | DT_VCENTER,
+         200,
+         {20, middle, 20 + wide, middle + line}},
+        {"several lines in the middle", u"Hgj", DT_VCENTER, 200, {20, 10, 20 + wide, 10 + line}},
+        {"runs over", u"Hgj Hgj Hgj Hgj Hgj Hgj", one, 60, {20, 10, 80, 10 + line}},
+        {"cut too early",
+         u"Hgj Hgj Hgj Hgj Hgj",
+         one | DT_END_ELLIPSIS,
+         60,
+         {20, 10, 80, 10 + line}},
+        {"not wrapped", u"Hgj Hgj", DT_WORDBREAK, wide + 2, {20, 10, 20 + wide, 10 + 2 * line}},
+        {"a break is none", u"Hgj\r\nHgj", 0, 200, {20, 10, 20 + wide, 10 + 2 * line}},
+        {"right to left at the right",
+         u"\u0627\u0644\u0627",
+         one,
+         200,
+         {20, 10, 20 + arabic, 10 + line}},
+    };
+    for (const Case& c : cases) {
+        const Sheet sheet(260, 90);
+        sheet.Write(c.text, {20, 10, 20 + c.width, 70}, c.flags);
+        const RECT ink = sheet.Ink();
+        EXPECT_GE(ink.left, c.ink.left) << c.fault;
+        EXPECT_LE(ink.left, c.ink.left + 3) << c.fault;
+        EXPECT_LE(ink.right, c.ink.right + 1) << c.fault;
+        EXPECT_GE(ink.right, c.ink.right - 16) << c.fault;
+        EXPECT_GE(ink.top, c.ink.top) << c.fault;
+        EXPECT_LE(ink.bottom, c.ink.bottom) << c.fault;
+        EXPECT_GE(ink.bottom, c.ink.bottom - 7) << c.fault;
+    }
+}
+
+TEST(PaintingPlainText, SaysHowHighItIs) {
+    const Sheet sheet(200, 100);
+    const int line = sheet.Needed(u"H", DT_SINGLELINE).cy;
+    const RECT room{5, 7, 180, 47};
+    for (const std::u16string_view text : {u"H", u"", u"字幕", u"مرحبا", u"สวัสดี", u"😀", u"⏹"}) {
+        EXPECT_EQ(sheet.Write(text, room, DT_SINGLELINE), line) << "jumps with the script";
+    }
+    EXPECT_EQ(sheet.Write(u"H", room, DT_SINGLELINE | DT_VCENTER), (40 - line) / 2 + line);
+    EXPECT_EQ(sheet.Write(u"a\nb\nc", room, 0), 3 * line);
+    EXPECT_EQ(sheet.Needed(u"a\nb\nc", DT_SINGLELINE).cy, line) << "a single line breaks";
+    EXPECT_EQ(sheet.Needed(u"a\nb", DT_SINGLELINE).cx, sheet.Needed(u"a b", DT_SINGLELINE).cx);
+    EXPECT_EQ(sheet
+                  .Needed(u"a\x07\x1B"
+                          u"b",
+                          DT_SINGLELINE)
+                  .cx,
+              sheet.Needed(u"ab", DT_SINGLELINE).cx);
+    EXPECT_EQ(sheet.Needed(u"some words", DT_WORDBREAK, 50).cy, 2 * line);
+    RECT extent{0, 0, 9, 9};
+    EXPECT_EQ(DrawTextW(sheet.Context(), u"two\nlines", -1, &extent, DT_CALCRECT), 2 * line);
+    EXPECT_EQ(extent.bottom, 2 * line) << "a text of length -1 ends at its zero";
+}
+
+TEST(PaintingPlainText, WordsFollowEachOtherFromTheLeftInAnyScript) {
+    const std::u16string_view mixed = u"\u0645\u0645\u0645 WWW";
+    const Sheet sheet(200, 30);
+    sheet.Write(mixed, {0, 0, 200, 30}, DT_SINGLELINE);
+    const Sheet arabic(200, 30);
+    arabic.Write(mixed.substr(0, 3), {0, 0, 200, 30}, DT_SINGLELINE);
+    const LONG end = arabic.Ink().right;
+    for (LONG x = 0; x < end; ++x) {
+        for (int y = 0; y < 30; ++y) {
+            ASSERT_EQ(sheet.At(x, y), arabic.At(x, y)) << "the Latin word stands first";
+        }
+    }
+}
+
+TEST(PaintingPlainText, TakesColoursFontAndBackgroundOfItsContext) {
+    const Sheet sheet(60, 30);
+    EXPECT_EQ(GetTextColor(sheet.Context()), RGB(255, 255, 255));
+    EXPECT_EQ(SetTextColor(sheet.Context(), RGB(0xFF, 0x80, 0)), RGB(255, 255, 255));
+    EXPECT_EQ(SetBkColor(sheet.Context(), RGB(0, 0, 0x40)), RGB(255, 255, 255));
+    EXPECT_EQ(GetBkColor(sheet.Context()), RGB(0, 0, 0x40));
+    EXPECT_EQ(SetBkMode(sheet.Context(), OPAQUE), TRANSPARENT);
+    EXPECT_EQ(SetBkMode(sheet.Context(), 7), 0);
+    sheet.Write(u"█", {0, 0, 60, 30}, DT_SINGLELINE); // a block as large as its em
+    EXPECT_EQ(sheet.At(5, 10), 0xFFFF8000U);
+    sheet.Write(u"  .", {20, 0, 60, 30}, DT_SINGLELINE);
+    EXPECT_EQ(sheet.At(22, 4), 0xFF000040U) << "no background";
+    EXPECT_EQ(sheet.At(59, 4), 0U) << "a background beside the text";
+
+    HFONT bold = PlainFont(kPlain, TEXT("Microsoft YaHei UI"), FW_SEMIBOLD);
+    const LONG regular = sheet.Needed(u"Overlay", DT_SINGLELINE).cx;
+    HGDIOBJ former = SelectObject(sheet.Context(), bold);
+    EXPECT_TRUE(DeleteObject(bold));
+    EXPECT_GT(sheet.Needed(u"Overlay", DT_SINGLELINE).cx, regular) << "a deleted font is lost";
+    EXPECT_EQ(SelectObject(sheet.Context(), former), bold);
+}
+
+// Pictures in colours of their own would hide that a button is disabled.
+TEST(PaintingPlainText, SymbolsTakeTheTextsColourUnlessTheyAreEmoji) {
+    const auto hasRed = [](std::u16string_view text) {
+        const Sheet sheet(40, 30);
+        SetTextColor(sheet.Context(), RGB(0, 0, 255));
+        sheet.Write(text, {0, 0, 40, 30}, DT_SINGLELINE);
+        EXPECT_GT(sheet.Ink().right, 0) << "nothing to be seen";
+        const std::vector<DWORD> pixels = sheet.Pixels();
+        return std::any_of(pixels.begin(), pixels.end(),
+                           [](DWORD pixel) { return (pixel >> 16 & 0xFF) > 0x40; });
+    };
+    for (const std::u16string_view text :
+         {u"▶", u"⏹", u"⚠", u"⏸", u"☎", u"⌨", u"⇄", u"⚡\uFE0E"}) {
+        EXPECT_FALSE(hasRed(text)) << std::hex << int{text[0]};
+    }
+    if (hasRed(u"😀")) { // where a font with colours is installed
+        EXPECT_TRUE(hasRed(u"⚡"));
+        EXPECT_TRUE(hasRed(u"⌚"));
+    }
+}
+
+TEST(PaintingPlainText, IconsComeFromTheIconFontAndOtherSignsFromAnother) {
+    if (Icons(10) == nullptr) {
+        GTEST_SKIP() << "the icon font is not installed";
+    }
+    const auto picture = [](std::u16string_view text) {
+        const Sheet sheet(40, 40, TEXT("Segoe MDL2 Assets"));
+        sheet.Write(text, {0, 0, 40, 40}, DT_SINGLELINE | DT_CENTER | DT_VCENTER);
+        const RECT ink = sheet.Ink();
+        EXPECT_NEAR(ink.left + ink.right, 40, 4) << std::hex << int{text[0]};
+        EXPECT_NEAR(ink.top + ink.bottom, 40, 6) << std::hex << int{text[0]};
+        return sheet.Pixels();
+    };
+    std::vector<std::vector<DWORD>> seen{picture(u"\xFFFD")};
+    for (const std::u16string_view text : {u"\xE720", u"\xE767", u"\xE72C", u"⇄"}) {
+        seen.push_back(picture(text));
+        for (std::size_t i = 0; i + 1 < seen.size(); ++i) {
+            EXPECT_NE(seen[i], seen.back()) << std::hex << int{text[0]};
+        }
+    }
+}
+
+// ---- Pictures copied to windows ---------------------------------------------------------------
+
+TEST(PaintingContexts, WhatIsCopiedToAWindowIsOpaqueAndKeepsToItsOriginAndClip) {
+    QImage window(20, 20, QImage::Format_ARGB32_Premultiplied);
+    window.fill(0xFF010101U);
+    HDC target = painting::OpenContext(window, {5, 5}, {6, 5, 12, 12});
+    const Canvas source(30, 30);
+    GdipFillRectangle(source.Graphics(), Solid(0x80FF0000).get(), 0, 0, 30, 30);
+    GdipFillRectangle(source.Graphics(), Solid(0xFF00FF00).get(), 4, 4, 1, 1);
+    GdipFillRectangle(source.Graphics(), Solid(0xFFFFFFFF).get(), 29, 29, 1, 1);
+    EXPECT_TRUE(BitBlt(target, -3, -3, 30, 30, source.Context(), 1, 1, SRCCOPY));
+    for (int y = 0; y < 20; ++y) {
+        for (int x = 0; x < 20; ++x) {
+            const bool inside = x >= 6 && x < 12 && y >= 5 && y < 12;
+            EXPECT_EQ(window.pixel(x, y) == 0xFF010101U, !inside) << x << ' ' << y;
+        }
+    }
+    EXPECT_EQ(window.pixel(7, 7), 0xFF800000U);
+    EXPECT_TRUE(BitBlt(target, 2, 2, 1, 1, source.Context(), 4, 4, SRCCOPY));
+    EXPECT_EQ(window.pixel(7, 7), 0xFF00FF00U) << "not at its origin";
+    EXPECT_TRUE(BitBlt(target, 0, 0, 9, 9, source.Context(), 28, 28, SRCCOPY));
+    EXPECT_EQ(window.pixel(6, 6), 0xFFFFFFFFU) << "the source's last pixel is lost";
+    EXPECT_EQ(window.pixel(7, 7), 0xFF00FF00U) << "beyond the source's edge";
+
+    // All other drawing keeps to the two as well.
+    const RECT all{-9, -9, 30, 30};
+    HBRUSH blue = CreateSolidBrush(RGB(0, 0, 255));
+    FillRect(target, &all, blue);
+    DeleteObject(blue);
+    GpGraphics* made = nullptr;
+    ASSERT_EQ(GdipCreateFromHDC(target, &made), Ok);
+    const Graphics graphics(made);
+    GdipFillRectangle(made, Solid(0xFFFFFFFF).get(), 3, 3, 1, 1);
+    EXPECT_EQ(window.pixel(6, 5), 0xFF0000FFU);
+    EXPECT_EQ(window.pixel(8, 8), 0xFFFFFFFFU);
+    GdipGraphicsClear(made, 0xFF111111);
+    EXPECT_EQ(window.pixel(6, 5), 0xFF111111U);
+    EXPECT_EQ(window.pixel(11, 11), 0xFF111111U);
+    EXPECT_EQ(window.pixel(5, 5), 0xFF010101U);
+    EXPECT_EQ(window.pixel(12, 11), 0xFF010101U);
+    painting::CloseContext(target);
+}
+
+TEST(PaintingContexts, ACompatibleBitmapIsBlackAndStaysOpaque) {
+    const Canvas other(8, 8);
+    HDC context = CreateCompatibleDC(other.Context());
+    HBITMAP bitmap = CreateCompatibleBitmap(other.Context(), 8, 8);
+    HGDIOBJ former = SelectObject(context, bitmap);
+    EXPECT_TRUE(BitBlt(other.Context(), 0, 0, 8, 8, context, 0, 0, SRCCOPY));
+    EXPECT_EQ(other.At(7, 7), 0xFF000000U);
+    GpGraphics* made = nullptr;
+    ASSERT_EQ(GdipCreateFromHDC(context, &made), Ok);
+    const Graphics graphics(made);
+    GdipGraphicsClear(made, 0x00FFFFFF);
+    GdipFillRectangle(made, Solid(0x80FF0000).get(), 0, 0, 4, 8);
+    // Within one bitmap, too, each pixel is read before it is written.
+    EXPECT_TRUE(BitBlt(context, 2, 0, 6, 8, context, 0, 0, SRCCOPY));
+    EXPECT_TRUE(BitBlt(other.Context(), 0, 0, 8, 8, context, 0, 0, SRCCOPY));
+    EXPECT_EQ(other.At(5, 0) & 0xFFFF00FFU, 0xFF800000U);
+    EXPECT_EQ(other.AlphaAt(7, 0), 255);
+    EXPECT_EQ(other.At(7, 0) & 0xFF0000U, 0U);
+    SelectObject(context, former);
+    EXPECT_TRUE(DeleteObject(bitmap));
+    EXPECT_TRUE(DeleteDC(context));
 }
 
 // ---- Handles and senseless arguments ----------------------------------------------------------
@@ -575,9 +889,46 @@ TEST(PaintingContexts, HandlesThatAreNotOrNoLongerThereAreRefused) {
     EXPECT_EQ(CreateCompatibleDC(context), nullptr);
     GpGraphics* graphics = nullptr;
     EXPECT_EQ(GdipCreateFromHDC(context, &graphics), InvalidParameter);
-    const RECT all{0, 0, 9, 9};
+    RECT all{0, 0, 9, 9};
     EXPECT_EQ(FillRect(context, &all, nullptr), 0);
     EXPECT_FALSE(DeleteObject(nullptr));
+    EXPECT_EQ(CreateCompatibleBitmap(context, 4, 4), nullptr);
+    EXPECT_EQ(SetTextColor(context, 0), CLR_INVALID);
+    EXPECT_EQ(SetBkMode(context, OPAQUE), 0);
+    EXPECT_EQ(DrawTextW(context, u"x", 1, &all, 0), 0);
+    EXPECT_FALSE(BitBlt(context, 0, 0, 4, 4, context, 0, 0, SRCCOPY));
+}
+
+TEST(PaintingContexts, FontsAndStockObjectsThatAreNotThereDoNoHarm) {
+    const Canvas canvas(20, 20);
+    RECT all{0, 0, 20, 20};
+    HGDIOBJ empty = GetStockObject(NULL_BRUSH);
+    EXPECT_TRUE(DeleteObject(empty));
+    EXPECT_EQ(FillRect(canvas.Context(), &all, static_cast<HBRUSH>(empty)), 1);
+    EXPECT_EQ(canvas.At(3, 3), 0U) << "filled with nothing, and yet changed";
+    EXPECT_EQ(GetStockObject(-1), nullptr);
+    EXPECT_EQ(CreateFontW(0, 0, 0, 0, 400, 0, 0, 0, 0, 0, 0, 0, 0, nullptr), nullptr);
+    EXPECT_EQ(PlainFont(1 << 20, nullptr), nullptr);
+
+    HFONT font = PlainFont(20, nullptr);
+    EXPECT_EQ(SelectObject(canvas.Context(), font), GetStockObject(SYSTEM_FONT));
+    EXPECT_EQ(painting::FontOf(font).pixelSize(), 20);
+    EXPECT_TRUE(DeleteObject(font));
+    EXPECT_FALSE(DeleteObject(font));
+    EXPECT_EQ(painting::FontOf(font), painting::FontOf(nullptr));
+    EXPECT_EQ(SelectObject(canvas.Context(), font), nullptr);
+
+    EXPECT_EQ(DrawTextW(canvas.Context(), nullptr, 1, &all, 0), 0);
+    EXPECT_EQ(DrawTextW(canvas.Context(), u"x", -2, &all, 0), 0);
+    EXPECT_EQ(DrawTextW(canvas.Context(), u"x", 1, nullptr, 0), 0);
+    constexpr LONG most = std::numeric_limits<LONG>::max();
+    RECT endless{-most, -most, most, most};
+    EXPECT_GT(DrawTextW(canvas.Context(), u"x", 1, &endless, DT_SINGLELINE | DT_CENTER), 0);
+    RECT reversed{15, 15, 5, 5};
+    EXPECT_GT(DrawTextW(canvas.Context(), u"x", 1, &reversed, DT_END_ELLIPSIS), 0);
+    EXPECT_EQ(canvas.Ink().right, 0) << "text outside its rectangle";
+    EXPECT_FALSE(BitBlt(canvas.Context(), most, 0, most, 1, canvas.Context(), 0, 0, SRCCOPY));
+    EXPECT_TRUE(BitBlt(canvas.Context(), 0, 0, -4, 4, canvas.Context(), 0, 0, SRCCOPY));
 }
 
 TEST(PaintingContexts, GraphicsThatOutliveTheirContextDrawNowhere) {

@@ -1,6 +1,6 @@
 #include "windowing/message_loop.h"
 #include "windowing/pixels.h"
-#include "windowing/pointer.h"
+#include "windowing/input_queue.h"
 #include "windowing/pushed_picture.h"
 #include "windowing/timers.h"
 
@@ -331,7 +331,7 @@ TEST_F(Windows, WhatIsInvalidIsPaintedOnceAndOnlyWhileTheWindowShows) {
     UpdateWindow(window);
     Pump();
     EXPECT_EQ(Messages(window), (Ids{WM_PAINT}));
-    ShowWindow(window, SW_SHOW);
+    ShowWindow(window, SW_SHOWNOACTIVATE);
     Pump();
     EXPECT_EQ(Messages(window), (Ids{WM_PAINT, WM_PAINT, WM_ERASEBKGND}));
 }

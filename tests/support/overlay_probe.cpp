@@ -3,6 +3,7 @@
 #include "com_ref.h"
 #include "dpi.h"
 #include "stored_values.h"
+#include "test_picture.h"
 
 #include <knownfolders.h>
 #include <shlobj.h>
@@ -48,7 +49,6 @@ OverlayProbe::OverlayProbe(const StoredSettings& settings) {
     overlay_->RegisterWindowClass();
     overlay_->CreateOverlay();
     overlay_->OnTimer();            // without its delay
-    overlay_->Repaint();            // not every system asks for a first picture without a screen
     overlay_->mouseTracked_ = true; // the real pointer is elsewhere, and would be seen leaving
     Pump();
 }
@@ -153,29 +153,10 @@ RECT OverlayProbe::Track() const {
 std::vector<std::uint32_t> OverlayProbe::Paint() {
     RECT client;
     GetClientRect(overlay_->hwnd_, &client);
-    BITMAPINFO info{};
-    info.bmiHeader.biSize = sizeof info.bmiHeader;
-    info.bmiHeader.biWidth = client.right;
-    info.bmiHeader.biHeight = -client.bottom;
-    info.bmiHeader.biPlanes = 1;
-    info.bmiHeader.biBitCount = 32;
-    info.bmiHeader.biCompression = BI_RGB;
-    void* bits = nullptr;
-    HDC context = CreateCompatibleDC(nullptr);
-    HBITMAP bitmap = CreateDIBSection(context, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
-    HGDIOBJ former = SelectObject(context, bitmap);
-    Gdiplus::GpGraphics* graphics = nullptr;
-    Gdiplus::DllExports::GdipCreateFromHDC(context, &graphics);
-    Gdiplus::DllExports::GdipSetSmoothingMode(graphics, Gdiplus::SmoothingModeAntiAlias);
-    overlay_->PaintOverlay(graphics, client.right, client.bottom);
-    GraphicsOwner(graphics).reset();
-    const auto* pixels = static_cast<const std::uint32_t*>(bits);
-    std::vector<std::uint32_t> picture(pixels, pixels + std::size_t(client.right) *
-                                                            std::size_t(client.bottom));
-    SelectObject(context, former);
-    DeleteObject(bitmap);
-    DeleteDC(context);
-    return picture;
+    const TestPicture picture(client.right, client.bottom);
+    overlay_->PaintOverlay(picture.Graphics(), client.right, client.bottom);
+    return {picture.Pixels(),
+            picture.Pixels() + std::size_t(client.right) * std::size_t(client.bottom)};
 }
 
 std::uint32_t OverlayProbe::PixelAt(int x, int y) {

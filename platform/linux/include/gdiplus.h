@@ -158,6 +158,10 @@ GpStatus GdipCreateSolidFill(ARGB colour, GpSolidFill** brush);
 // Two different points and WrapModeTile.
 GpStatus GdipCreateLineBrush(const GpPointF* from, const GpPointF* to, ARGB first, ARGB last,
                              GpWrapMode wrap, GpLineGradient** brush);
+// Colours along the line instead of its two: ascending positions, of which the first is 0 and the
+// last 1.
+GpStatus GdipSetLinePresetBlend(GpLineGradient* brush, const ARGB* colours, const REAL* positions,
+                                INT count);
 GpStatus GdipDeleteBrush(GpBrush* brush);
 
 // UnitWorld or UnitPixel, which are the same here.
@@ -178,7 +182,13 @@ GpStatus GdipFillRectangle(GpGraphics* graphics, GpBrush* brush, REAL x, REAL y,
 GpStatus GdipFillEllipse(GpGraphics* graphics, GpBrush* brush, REAL x, REAL y, REAL width,
                          REAL height);
 GpStatus GdipFillPath(GpGraphics* graphics, GpBrush* brush, GpPath* path);
+GpStatus GdipFillPolygon(GpGraphics* graphics, GpBrush* brush, const GpPointF* points, INT count,
+                         GpFillMode mode);
 GpStatus GdipDrawPath(GpGraphics* graphics, GpPen* pen, GpPath* path);
+// A pen's pixels have their centres at whole coordinates: that of width 1 fills the rows `y` and
+// `y` + `height`, and the columns alike.
+GpStatus GdipDrawRectangle(GpGraphics* graphics, GpPen* pen, REAL x, REAL y, REAL width,
+                           REAL height);
 GpStatus GdipDrawLine(GpGraphics* graphics, GpPen* pen, REAL x1, REAL y1, REAL x2, REAL y2);
 
 // ---- Fonts ------------------------------------------------------------------------------------

@@ -1,6 +1,6 @@
-// Windows, messages, timers, input, cursors, icons and menus. Declarations only; the room
-// windowing/ implements them, and shell/ the menus. What takes a window belongs to the thread that
-// has the windows, PostMessageW apart.
+// Windows, messages, timers, input, controls, cursors, icons and menus. Declarations only; the room
+// windowing/ implements them, controls/ the system's window classes, and shell/ the menus. What
+// takes a window belongs to the thread that has the windows, PostMessageW apart.
 #pragma once
 
 #include <windef.h>
@@ -8,6 +8,9 @@
 struct BLENDFUNCTION; // in wingdi.h
 
 DECLARE_HANDLE(DPI_AWARENESS_CONTEXT);
+
+using SHORT = std::int16_t;
+using PBYTE = BYTE*;
 
 using WNDPROC = LRESULT(CALLBACK*)(HWND, UINT, WPARAM, LPARAM);
 using TIMERPROC = void(CALLBACK*)(HWND, UINT, UINT_PTR, DWORD);
@@ -20,15 +23,42 @@ using TIMERPROC = void(CALLBACK*)(HWND, UINT, UINT_PTR, DWORD);
 constexpr UINT WM_NULL = 0x0000;
 constexpr UINT WM_CREATE = 0x0001;
 constexpr UINT WM_DESTROY = 0x0002;
+constexpr UINT WM_ACTIVATE = 0x0006;
+constexpr UINT WM_SETFOCUS = 0x0007;
+constexpr UINT WM_KILLFOCUS = 0x0008;
+constexpr UINT WM_ENABLE = 0x000A;
+constexpr UINT WM_SETTEXT = 0x000C;
+constexpr UINT WM_GETTEXT = 0x000D;
+constexpr UINT WM_GETTEXTLENGTH = 0x000E;
 constexpr UINT WM_PAINT = 0x000F;
 constexpr UINT WM_CLOSE = 0x0010;
 constexpr UINT WM_QUIT = 0x0012;
 constexpr UINT WM_ERASEBKGND = 0x0014;
 constexpr UINT WM_SETCURSOR = 0x0020;
+constexpr UINT WM_DRAWITEM = 0x002B;
+constexpr UINT WM_SETFONT = 0x0030;
+constexpr UINT WM_GETFONT = 0x0031;
 constexpr UINT WM_CONTEXTMENU = 0x007B;
 constexpr UINT WM_NCCREATE = 0x0081;
 constexpr UINT WM_NCDESTROY = 0x0082;
+constexpr UINT WM_NCHITTEST = 0x0084;
+constexpr UINT EM_GETSEL = 0x00B0;
+constexpr UINT EM_SETSEL = 0x00B1;
+constexpr UINT EM_REPLACESEL = 0x00C2;
+constexpr UINT EM_UNDO = 0x00C7;
+constexpr UINT WM_KEYFIRST = 0x0100;
+constexpr UINT WM_KEYDOWN = 0x0100;
+constexpr UINT WM_KEYUP = 0x0101;
+constexpr UINT WM_CHAR = 0x0102;
+constexpr UINT WM_SYSKEYDOWN = 0x0104;
+constexpr UINT WM_SYSKEYUP = 0x0105;
+constexpr UINT WM_SYSCHAR = 0x0106;
+constexpr UINT WM_KEYLAST = 0x0109;
+constexpr UINT WM_COMMAND = 0x0111;
 constexpr UINT WM_TIMER = 0x0113;
+constexpr UINT WM_CTLCOLOREDIT = 0x0133;
+constexpr UINT WM_CTLCOLORBTN = 0x0135;
+constexpr UINT WM_CTLCOLORSTATIC = 0x0138;
 constexpr UINT WM_MOUSEFIRST = 0x0200;
 constexpr UINT WM_MOUSEMOVE = 0x0200;
 constexpr UINT WM_LBUTTONDOWN = 0x0201;
@@ -37,10 +67,18 @@ constexpr UINT WM_LBUTTONDBLCLK = 0x0203;
 constexpr UINT WM_RBUTTONDOWN = 0x0204;
 constexpr UINT WM_RBUTTONUP = 0x0205;
 constexpr UINT WM_RBUTTONDBLCLK = 0x0206;
+constexpr UINT WM_MBUTTONDOWN = 0x0207;
+constexpr UINT WM_MBUTTONUP = 0x0208;
+constexpr UINT WM_MBUTTONDBLCLK = 0x0209;
 constexpr UINT WM_MOUSEWHEEL = 0x020A;
 constexpr UINT WM_CAPTURECHANGED = 0x0215;
 constexpr UINT WM_MOUSELEAVE = 0x02A3;
 constexpr UINT WM_DPICHANGED = 0x02E0;
+constexpr UINT WM_CUT = 0x0300;
+constexpr UINT WM_COPY = 0x0301;
+constexpr UINT WM_PASTE = 0x0302;
+constexpr UINT WM_CLEAR = 0x0303;
+constexpr UINT WM_UNDO = 0x0304;
 constexpr UINT WM_USER = 0x0400;
 constexpr UINT WM_APP = 0x8000;
 
@@ -61,7 +99,8 @@ using LPMSG = MSG*;
 // Order: posted messages, the quit message, input, timers, painting.
 BOOL GetMessageW(LPMSG message, HWND window, UINT firstMessage, UINT lastMessage);
 BOOL PeekMessageW(LPMSG message, HWND window, UINT firstMessage, UINT lastMessage, UINT remove);
-// There are no keyboard messages to translate: FALSE.
+// Whether it is a key going down or up. A real key's WM_CHAR follows its WM_KEYDOWN by itself, for
+// the same window, also when that was handled; a posted WM_KEYDOWN has none.
 BOOL TranslateMessage(const MSG* message);
 LRESULT DispatchMessageW(const MSG* message);
 LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
@@ -94,6 +133,7 @@ ATOM RegisterClassExW(const WNDCLASSEXW* windowClass);
 constexpr DWORD WS_POPUP = 0x80000000;
 constexpr DWORD WS_CHILD = 0x40000000;
 constexpr DWORD WS_VISIBLE = 0x10000000;
+constexpr DWORD WS_DISABLED = 0x08000000;
 
 constexpr DWORD WS_EX_TOPMOST = 0x00000008;
 constexpr DWORD WS_EX_TRANSPARENT = 0x00000020;
@@ -117,15 +157,32 @@ struct CREATESTRUCTW {
 };
 using LPCREATESTRUCTW = CREATESTRUCTW*;
 
-// Top-level windows (WS_POPUP), whose parent is their owner and takes them with it. Null when there
-// is no screen, no such class, or when WM_NCCREATE or WM_CREATE refuses.
+// Top-level windows (WS_POPUP), whose parent is their owner and takes them with it, and children
+// (WS_CHILD), which stand in their parent's client area and whose menu is their id. The classes
+// "STATIC", "EDIT" and "BUTTON" are there from the start. Null when there is no screen, no such
+// class, or when WM_NCCREATE or WM_CREATE refuses.
 HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR title, DWORD style, int x, int y,
                      int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
                      LPVOID parameter);
 BOOL DestroyWindow(HWND window);
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 BOOL IsWindow(HWND window);
+// Whether it is shown, and all that it stands in.
 BOOL IsWindowVisible(HWND window);
+
+// A child's parent, a top-level window's owner.
+HWND GetParent(HWND window);
+BOOL IsChild(HWND parent, HWND window);
+HWND GetDlgItem(HWND parent, int id);
+int GetDlgCtrlID(HWND window);
+// Whether it was disabled before.
+BOOL EnableWindow(HWND window, BOOL enable);
+BOOL IsWindowEnabled(HWND window);
+
+BOOL SetWindowTextW(HWND window, LPCWSTR text);
+// At most `room` - 1 units and the terminator; returns the units without it.
+int GetWindowTextW(HWND window, LPWSTR text, int room);
+int GetWindowTextLengthW(HWND window);
 
 constexpr int GWLP_WNDPROC = -4;
 constexpr int GWL_STYLE = -16;
@@ -215,6 +272,7 @@ constexpr WPARAM MK_MBUTTON = 0x0010;
 constexpr int WHEEL_DELTA = 120;
 #define GET_WHEEL_DELTA_WPARAM(wParam) (static_cast<short>(HIWORD(wParam)))
 
+constexpr int HTTRANSPARENT = -1;
 constexpr int HTCLIENT = 1;
 
 constexpr DWORD TME_LEAVE = 0x00000002;
@@ -232,10 +290,99 @@ BOOL ReleaseCapture();
 HWND GetCapture();
 BOOL TrackMouseEvent(LPTRACKMOUSEEVENT track);
 BOOL GetCursorPos(LPPOINT point);
+// The window of this process that the pointer would meet there: disabled, hidden and transparent
+// ones are passed over. Windows of other processes are not seen.
+HWND WindowFromPoint(POINT onScreen);
+
+// ---- Keyboard ---------------------------------------------------------------------------------
+
+constexpr int VK_BACK = 0x08;
+constexpr int VK_TAB = 0x09;
+constexpr int VK_RETURN = 0x0D;
+constexpr int VK_SHIFT = 0x10;
+constexpr int VK_CONTROL = 0x11;
+constexpr int VK_MENU = 0x12;
+constexpr int VK_PAUSE = 0x13;
+constexpr int VK_CAPITAL = 0x14;
+constexpr int VK_ESCAPE = 0x1B;
+constexpr int VK_SPACE = 0x20;
+constexpr int VK_PRIOR = 0x21;
+constexpr int VK_NEXT = 0x22;
+constexpr int VK_END = 0x23;
+constexpr int VK_HOME = 0x24;
+constexpr int VK_LEFT = 0x25;
+constexpr int VK_UP = 0x26;
+constexpr int VK_RIGHT = 0x27;
+constexpr int VK_DOWN = 0x28;
+constexpr int VK_INSERT = 0x2D;
+constexpr int VK_DELETE = 0x2E;
+constexpr int VK_LWIN = 0x5B;
+constexpr int VK_RWIN = 0x5C;
+constexpr int VK_APPS = 0x5D;
+constexpr int VK_NUMPAD0 = 0x60;
+constexpr int VK_MULTIPLY = 0x6A;
+constexpr int VK_ADD = 0x6B;
+constexpr int VK_SUBTRACT = 0x6D;
+constexpr int VK_DECIMAL = 0x6E;
+constexpr int VK_DIVIDE = 0x6F;
+constexpr int VK_F1 = 0x70;
+constexpr int VK_F4 = 0x73;
+
+constexpr WORD WA_INACTIVE = 0;
+constexpr WORD WA_ACTIVE = 1;
+
+// Keys go to the window that has the focus; while one of this process has the capture, to that one,
+// so that a list that never takes the focus can be worked with the arrow keys.
+HWND GetFocus();
+// Activates the window's top-level window first, unless that one never takes the activation: then
+// nothing changes. Null takes the focus away. Returns who had it.
+HWND SetFocus(HWND window);
+
+// Negative while the key is down, as of the input message that was fetched last.
+SHORT GetKeyState(int virtualKey);
+// All 256 keys, 0x80 for what is down. What is set holds until the next real key or pointer input.
+BOOL GetKeyboardState(PBYTE keys);
+BOOL SetKeyboardState(LPBYTE keys);
+
+// ---- Controls (room controls/) ----------------------------------------------------------------
+
+constexpr DWORD SS_LEFT = 0x0000;
+constexpr DWORD SS_CENTER = 0x0001;
+constexpr DWORD ES_PASSWORD = 0x0020;
+constexpr DWORD ES_AUTOHSCROLL = 0x0080;
+constexpr DWORD BS_OWNERDRAW = 0x000B; // all buttons here
+
+// In the high word of WM_COMMAND's wParam.
+constexpr WORD BN_CLICKED = 0;
+constexpr WORD BN_DOUBLECLICKED = 5;
+constexpr WORD CBN_SELCHANGE = 1;
+constexpr WORD EN_CHANGE = 0x0300;
+
+constexpr UINT ODT_BUTTON = 4;
+constexpr UINT ODA_DRAWENTIRE = 0x0001;
+constexpr UINT ODA_SELECT = 0x0002;
+constexpr UINT ODA_FOCUS = 0x0004;
+constexpr UINT ODS_SELECTED = 0x0001;
+constexpr UINT ODS_DISABLED = 0x0004;
+constexpr UINT ODS_FOCUS = 0x0010;
+
+struct DRAWITEMSTRUCT {
+    UINT CtlType; // ODT_BUTTON
+    UINT CtlID;
+    UINT itemID;
+    UINT itemAction; // ODA_...
+    UINT itemState;  // ODS_...
+    HWND hwndItem;
+    HDC hDC;
+    RECT rcItem;
+    ULONG_PTR itemData;
+};
+using LPDRAWITEMSTRUCT = DRAWITEMSTRUCT*;
 
 // ---- Cursors and icons ------------------------------------------------------------------------
 
 #define IDC_ARROW MAKEINTRESOURCEW(32512)
+#define IDC_IBEAM MAKEINTRESOURCEW(32513)
 #define IDC_SIZENS MAKEINTRESOURCEW(32645)
 #define IDC_HAND MAKEINTRESOURCEW(32649)
 #define IDI_APPLICATION MAKEINTRESOURCEW(32512)
@@ -252,9 +399,11 @@ BOOL DestroyIcon(HICON icon);
 // ---- Menus (room shell/) ----------------------------------------------------------------------
 
 constexpr UINT MF_STRING = 0x0000;
+constexpr UINT MF_GRAYED = 0x0001;
 constexpr UINT MF_CHECKED = 0x0008;
 constexpr UINT MF_SEPARATOR = 0x0800;
 
+constexpr UINT TPM_LEFTALIGN = 0x0000;
 constexpr UINT TPM_RIGHTBUTTON = 0x0002;
 constexpr UINT TPM_BOTTOMALIGN = 0x0020;
 constexpr UINT TPM_RETURNCMD = 0x0100;
@@ -274,6 +423,23 @@ constexpr int SM_CYSCREEN = 1;
 
 #define DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2                                                 \
     (reinterpret_cast<DPI_AWARENESS_CONTEXT>(static_cast<LONG_PTR>(-4)))
+
+constexpr DWORD MONITOR_DEFAULTTONULL = 0;
+constexpr DWORD MONITOR_DEFAULTTOPRIMARY = 1;
+constexpr DWORD MONITOR_DEFAULTTONEAREST = 2;
+
+constexpr DWORD MONITORINFOF_PRIMARY = 1;
+
+struct MONITORINFO {
+    DWORD cbSize;
+    RECT rcMonitor;
+    RECT rcWork; // without what panels take
+    DWORD dwFlags;
+};
+using LPMONITORINFO = MONITORINFO*;
+
+HMONITOR MonitorFromWindow(HWND window, DWORD flags);
+BOOL GetMonitorInfoW(HMONITOR monitor, LPMONITORINFO info);
 
 // Pixels of the primary screen; 0 where there is none.
 int GetSystemMetrics(int index);

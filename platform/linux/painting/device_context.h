@@ -1,9 +1,10 @@
 // Device contexts as the room itself sees them.
 #pragma once
 
+#include "painting/fonts.h"
 #include "painting/surface.h"
 
-#include <windef.h>
+#include <wingdi.h>
 
 #include <memory>
 
@@ -12,6 +13,17 @@ namespace painting {
 bool IsContext(HDC dc);
 // What drawing on `dc` goes to; null when it has no picture.
 std::shared_ptr<Surface> SurfaceOf(HDC dc);
+
+// How plain text is written on a context.
+struct TextState {
+    HGDIOBJ font = nullptr;           // the one selected, which may have been deleted
+    std::shared_ptr<const Face> face; // its face, null for that of the stock fonts
+    COLORREF colour = RGB(0, 0, 0);
+    COLORREF background = RGB(0xFF, 0xFF, 0xFF);
+    int backgroundMode = OPAQUE;
+};
+// Null for what is no context.
+const TextState* TextStateOf(HDC dc);
 
 // Of the primary screen, 0 where there is none.
 int ScreenDpiX();

@@ -4,6 +4,7 @@
 
 #include <QLinearGradient>
 
+#include <algorithm>
 #include <memory>
 
 using painting::AreNumbers;
@@ -13,6 +14,15 @@ using painting::Filling;
 namespace painting {
 
 Filling::Filling(const QBrush& brush) : brush_(brush) {}
+
+void Filling::SetStops(const QGradientStops& stops) {
+    const auto* former = static_cast<const QLinearGradient*>(brush_.gradient());
+    QLinearGradient gradient(former->start(), former->finalStop());
+    gradient.setStops(stops);
+    gradient.setSpread(former->spread());
+    gradient.setInterpolationMode(former->interpolationMode());
+    brush_ = QBrush(gradient);
+}
 
 QColor ColourOf(Gdiplus::ARGB colour) {
     return QColor::fromRgba(colour);
@@ -31,6 +41,7 @@ public:
     explicit FillingBrush(const QBrush& brush) : filling_(brush) {}
 
     const Filling& What() const override { return filling_; }
+    Filling& What() { return filling_; }
 
 private:
     Filling filling_;
@@ -96,6 +107,22 @@ GpStatus GdipCreateLineBrush(const GpPointF* from, const GpPointF* to, ARGB firs
     gradient.setSpread(QGradient::RepeatSpread);
     gradient.setInterpolationMode(QGradient::ComponentInterpolation); // not premultiplied
     *brush = std::make_unique<FillingBrush<GpLineGradient>>(QBrush(gradient)).release();
+    return Ok;
+}
+
+GpStatus GdipSetLinePresetBlend(GpLineGradient* brush, const ARGB* colours, const REAL* positions,
+                                INT count) {
+    if (brush == nullptr || colours == nullptr || positions == nullptr || count < 2 ||
+        positions[0] != 0.0F || positions[count - 1] != 1.0F ||
+        !std::is_sorted(positions, positions + count)) {
+        return InvalidParameter;
+    }
+    QGradientStops stops;
+    for (INT i = 0; i < count; ++i) {
+        stops.append({positions[i], ColourOf(colours[i])});
+    }
+    // None is made elsewhere.
+    static_cast<FillingBrush<GpLineGradient>*>(brush)->What().SetStops(stops);
     return Ok;
 }
 

@@ -15,6 +15,8 @@ public:
     explicit Filling(const QBrush& brush);
 
     const QBrush& Brush() const { return brush_; }
+    // For a gradient only.
+    void SetStops(const QGradientStops& stops);
 
 private:
     QBrush brush_;

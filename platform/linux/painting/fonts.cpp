@@ -21,8 +21,6 @@ namespace painting {
 
 namespace {
 
-using Gdiplus::GpFontFamily;
-
 const QString kIconFamily = QStringLiteral("Segoe MDL2 Assets");
 const QString kInstalledIconFamily = QStringLiteral("Material Icons");
 const QString kSansSerifFamily = QStringLiteral("Noto Sans");
@@ -54,22 +52,28 @@ bool IsInstalled(const QString& family) {
     return *known.insert(family, QFontDatabase::hasFamily(family));
 }
 
-// Ahead of what the system itself would fall back to: its order depends on the user's locale, and
-// may prefer fonts with half of a script or with black and white emoji.
-QStringList Chain(const QString& first, bool japanese) {
+// The family itself, and then those that are ahead of what the system would fall back to: its order
+// depends on the user's locale, and may prefer fonts with half of a script.
+QStringList TextChain(const QString& first, bool japanese) {
     const QString hanFamilies[] = {QStringLiteral("Noto Sans CJK SC"),
                                    QStringLiteral("Noto Sans CJK JP")};
-    return {first,
-            hanFamilies[japanese ? 1 : 0],
-            hanFamilies[japanese ? 0 : 1],
-            QStringLiteral("Noto Sans Arabic"),
-            QStringLiteral("Noto Sans Hebrew"),
-            QStringLiteral("Noto Sans Thai"),
-            QStringLiteral("Noto Sans Devanagari"),
-            QStringLiteral("Noto Color Emoji")};
+    return {first, hanFamilies[japanese ? 1 : 0], hanFamilies[japanese ? 0 : 1]};
 }
 
-QFont FontOf(const QStringList& families, qreal pixels, int style) {
+QStringList Chain(const QString& first, bool japanese) {
+    return TextChain(first, japanese) +
+           QStringList{QStringLiteral("Noto Sans Arabic"), QStringLiteral("Noto Sans Hebrew"),
+                       QStringLiteral("Noto Sans Thai"), QStringLiteral("Noto Sans Devanagari"),
+                       QStringLiteral("Noto Color Emoji")};
+}
+
+QStringList SymbolChain(const QString& first) {
+    return TextChain(first, false) + QStringList{QStringLiteral("Noto Sans Symbols"),
+                                                 QStringLiteral("Noto Sans Symbols2"),
+                                                 QStringLiteral("DejaVu Sans")};
+}
+
+QFont FontFrom(const QStringList& families, qreal pixels, int weight, bool italic) {
     QFont font;
     font.setFamilies(families);
     // Qt's font engines have whole pixels only. That makes for sharp lines in height; in width the
@@ -77,8 +81,8 @@ QFont FontOf(const QStringList& families, qreal pixels, int style) {
     const int wholePixels = qMax(1, qRound(pixels));
     font.setPixelSize(wholePixels);
     font.setStretch(qBound(50, qRound(100 * pixels / wholePixels), 200));
-    font.setBold((style & Gdiplus::FontStyleBold) != 0);
-    font.setItalic((style & Gdiplus::FontStyleItalic) != 0);
+    font.setWeight(static_cast<QFont::Weight>(weight));
+    font.setItalic(italic);
     // Fitted to the pixels in height only: positions within a line stay those that were measured.
     font.setHintingPreference(QFont::PreferVerticalHinting);
     font.setStyleStrategy(QFont::NoSubpixelAntialias); // the pictures are translucent
@@ -87,18 +91,18 @@ QFont FontOf(const QStringList& families, qreal pixels, int style) {
 }
 
 // An installed system has the first; others have what they call sans serif.
-QString SansSerif() {
-    return IsInstalled(kSansSerifFamily) ? kSansSerifFamily : QStringLiteral("sans-serif");
+QString InstalledSansSerif() {
+    return IsInstalled(kSansSerifFamily) ? kSansSerifFamily : SansSerif().name;
 }
 
-std::shared_ptr<const Face> MakeFace(const GpFontFamily& family, qreal pixels, int style) {
-    const bool icons = family.Is() == GpFontFamily::Kind::Icons;
-    const QString name = family.Is() == GpFontFamily::Kind::Named ? family.Name() : SansSerif();
+std::shared_ptr<const Face> MakeFace(const Family& family, qreal pixels, int weight, bool italic) {
+    const QString name = family.kind == Family::Kind::Named ? family.name : InstalledSansSerif();
     Face face{};
-    face.text = FontOf(Chain(name, false), pixels, style);
-    face.japaneseText = FontOf(Chain(name, true), pixels, style);
-    face.icons = FontOf({kInstalledIconFamily}, pixels, Gdiplus::FontStyleRegular);
-    const QFontMetricsF metrics(icons ? face.icons : face.text);
+    face.text = FontFrom(Chain(name, false), pixels, weight, italic);
+    face.japaneseText = FontFrom(Chain(name, true), pixels, weight, italic);
+    face.icons = FontFrom({kInstalledIconFamily}, pixels, QFont::Normal, false);
+    face.symbols = FontFrom(SymbolChain(name), pixels, weight, italic);
+    const QFontMetricsF metrics(family.kind == Family::Kind::Icons ? face.icons : face.text);
     face.ascent = qMax(1, qRound(metrics.ascent()));
     face.lineHeight = qMax(face.ascent, qRound(metrics.ascent() + metrics.descent()));
     constexpr qreal kMarginEms = 1.0 / 6.0;
@@ -106,29 +110,43 @@ std::shared_ptr<const Face> MakeFace(const GpFontFamily& family, qreal pixels, i
     return std::make_shared<const Face>(std::move(face));
 }
 
-// Family, hundredths of a pixel, style.
-using FaceKey = std::tuple<QString, int, int>;
+// Family, hundredths of a pixel, weight, whether italic.
+using FaceKey = std::tuple<QString, int, int, bool>;
 
 std::map<FaceKey, std::shared_ptr<const Face>>& Faces() {
     static std::map<FaceKey, std::shared_ptr<const Face>> faces;
     return faces;
 }
 
-std::shared_ptr<const Face> FaceOf(const GpFontFamily& family, qreal pixels, int style) {
-    const FaceKey key{family.Name(), qRound(pixels * 100), style};
+} // namespace
+
+std::optional<Family> FindFamily(const WCHAR* name) {
+    QString asked = QString::fromUtf16(name);
+    const bool icons = asked.compare(kIconFamily, Qt::CaseInsensitive) == 0;
+    if (!IsInstalled(icons ? kInstalledIconFamily : asked)) {
+        return std::nullopt;
+    }
+    return Family{icons ? Family::Kind::Icons : Family::Kind::Named, std::move(asked)};
+}
+
+const Family& SansSerif() {
+    static const Family family{Family::Kind::SansSerif, QStringLiteral("sans-serif")};
+    return family;
+}
+
+std::shared_ptr<const Face> FaceOf(const Family& family, qreal pixels, int weight, bool italic) {
+    const FaceKey key{family.name, qRound(pixels * 100), weight, italic};
     auto& faces = Faces();
     const auto found = faces.find(key);
     if (found != faces.end()) {
         return found->second;
     }
-    constexpr std::size_t kMostFaces = 64; // the program has ten or so at each DPI
+    constexpr std::size_t kMostFaces = 64; // the program has fifteen or so at each DPI
     if (faces.size() >= kMostFaces) {
         faces.clear();
     }
-    return faces.emplace(key, MakeFace(family, pixels, style)).first->second;
+    return faces.emplace(key, MakeFace(family, pixels, weight, italic)).first->second;
 }
-
-} // namespace
 
 char16_t IconAt(char16_t code) {
     for (const auto& [asked, installed] : kIcons) {
@@ -147,19 +165,18 @@ void ForgetFaces() {
 
 namespace Gdiplus {
 
-GpFontFamily::GpFontFamily(Kind kind, QString name) : kind_(kind), name_(std::move(name)) {}
+GpFontFamily::GpFontFamily(painting::Family family) : family_(std::move(family)) {}
 
 GpFont::GpFont(std::shared_ptr<const painting::Face> face) : face_(std::move(face)) {}
 
 namespace {
 
 GpFontFamily& GenericSansSerif() {
-    static GpFontFamily family(GpFontFamily::Kind::SansSerif, QStringLiteral("sans-serif"));
+    static GpFontFamily family(painting::SansSerif());
     return family;
 }
 
 constexpr float kPointsInAnInch = 72.0F;
-constexpr float kLargestFont = 2000.0F; // pixels
 
 } // namespace
 
@@ -177,13 +194,11 @@ GpStatus GdipCreateFontFamilyFromName(const WCHAR* name, GpFontCollection* colle
     if (application::Instance() == nullptr) {
         return GenericError;
     }
-    const QString asked = QString::fromUtf16(name);
-    const bool icons = asked.compare(painting::kIconFamily, Qt::CaseInsensitive) == 0;
-    if (!painting::IsInstalled(icons ? painting::kInstalledIconFamily : asked)) {
+    std::optional<painting::Family> found = painting::FindFamily(name);
+    if (!found) {
         return FontFamilyNotFound;
     }
-    const auto kind = icons ? GpFontFamily::Kind::Icons : GpFontFamily::Kind::Named;
-    *family = std::make_unique<GpFontFamily>(kind, asked).release();
+    *family = std::make_unique<GpFontFamily>(*std::move(found)).release();
     return Ok;
 }
 
@@ -199,7 +214,7 @@ GpStatus GdipDeleteFontFamily(GpFontFamily* family) {
     if (family == nullptr) {
         return InvalidParameter;
     }
-    if (family->Is() != GpFontFamily::Kind::SansSerif) {
+    if (family != &GenericSansSerif()) {
         const std::unique_ptr<GpFontFamily> owner(family);
     }
     return Ok;
@@ -222,10 +237,13 @@ GpStatus GdipCreateFont(const GpFontFamily* family, REAL size, INT style, Unit u
     }
     const float pixels =
         unit == UnitPoint ? size * static_cast<float>(dpi) / kPointsInAnInch : size;
-    if (pixels > kLargestFont) {
+    if (pixels > painting::kLargestFont) {
         return InvalidParameter;
     }
-    *font = std::make_unique<GpFont>(painting::FaceOf(*family, pixels, style)).release();
+    const int weight = (style & FontStyleBold) != 0 ? FW_BOLD : FW_NORMAL;
+    const bool italic = (style & FontStyleItalic) != 0;
+    *font = std::make_unique<GpFont>(painting::FaceOf(family->Family(), pixels, weight, italic))
+                .release();
     return Ok;
 }
 

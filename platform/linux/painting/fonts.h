@@ -8,8 +8,22 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 namespace painting {
+
+struct Family {
+    enum class Kind { Named, SansSerif, Icons };
+
+    Kind kind;
+    QString name; // as it is asked for
+};
+
+// Installed families by their names, and that of the icons where the font is installed that stands
+// in for it.
+std::optional<Family> FindFamily(const WCHAR* name);
+// The one that every system has.
+const Family& SansSerif();
 
 // A font of a family, size and style, with what it falls back to. Shared by all font objects that
 // ask for the same.
@@ -19,6 +33,8 @@ struct Face {
     QFont text;
     QFont japaneseText;
     QFont icons;
+    // For symbols that are text unless they are said to be emoji: never in colours of their own.
+    QFont symbols;
 
     // The same for every line, whatever the fonts that its characters really come from, so that
     // what stands below a text does not jump when it changes. Whole pixels.
@@ -29,6 +45,11 @@ struct Face {
     // that texts that are drawn next to each other do not touch.
     qreal margin;
 };
+
+constexpr float kLargestFont = 2000.0F; // pixels
+
+// `weight` is that of a font, 400 for regular and 700 for bold.
+std::shared_ptr<const Face> FaceOf(const Family& family, qreal pixels, int weight, bool italic);
 
 // The icon at a code point of the private use area, 0 where that has none.
 char16_t IconAt(char16_t code);
@@ -42,16 +63,12 @@ namespace Gdiplus {
 
 class GpFontFamily {
 public:
-    enum class Kind { Named, SansSerif, Icons };
+    explicit GpFontFamily(painting::Family family);
 
-    GpFontFamily(Kind kind, QString name);
-
-    Kind Is() const { return kind_; }
-    const QString& Name() const { return name_; } // as Qt knows it
+    const painting::Family& Family() const { return family_; }
 
 private:
-    Kind kind_;
-    QString name_;
+    painting::Family family_;
 };
 
 class GpFont {

@@ -5,8 +5,11 @@
 #include "painting/drawing_objects.h"
 #include "painting/numbers.h"
 
+#include <QPolygonF>
 #include <QTransform>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 using painting::AreNumbers;
@@ -55,6 +58,7 @@ void GpGraphics::SetClip(std::optional<QRectF> clip) {
 namespace {
 
 constexpr qreal kNearlyWhole = 1.0e-3;
+constexpr qreal kToCentre = 0.5; // of a pixel
 
 bool IsWhole(qreal number) {
     return std::abs(number - std::round(number)) < kNearlyWhole;
@@ -78,16 +82,15 @@ QPainterPath SharpOutline(const QPainterPath& path, qreal penWidth) {
 // Pixels have their centres at whole coordinates for a pen, so that a line of width 1 fills one row
 // or column. Upright and level lines go to the nearest.
 QLineF SharpLine(QLineF line) {
-    constexpr qreal toCentre = 0.5;
     if (line.x1() == line.x2()) {
-        const qreal x = std::round(line.x1()) + toCentre;
+        const qreal x = std::round(line.x1()) + kToCentre;
         return {x, line.y1(), x, line.y2()};
     }
     if (line.y1() == line.y2()) {
-        const qreal y = std::round(line.y1()) + toCentre;
+        const qreal y = std::round(line.y1()) + kToCentre;
         return {line.x1(), y, line.x2(), y};
     }
-    return line.translated(toCentre, toCentre);
+    return line.translated(kToCentre, kToCentre);
 }
 
 } // namespace
@@ -123,7 +126,8 @@ GpStatus GdipGraphicsClear(GpGraphics* graphics, ARGB colour) {
         return GenericError;
     }
     painter->setCompositionMode(QPainter::CompositionMode_Source);
-    painter->fillRect(painter->viewport(), ColourOf(colour));
+    painter->fillRect(painter->transform().inverted().mapRect(painter->viewport()),
+                      ColourOf(colour));
     painter->setCompositionMode(QPainter::CompositionMode_SourceOver);
     return Ok;
 }
@@ -204,6 +208,26 @@ GpStatus GdipFillPath(GpGraphics* graphics, GpBrush* brush, GpPath* path) {
     return Ok;
 }
 
+GpStatus GdipFillPolygon(GpGraphics* graphics, GpBrush* brush, const GpPointF* points, INT count,
+                         GpFillMode mode) {
+    if (graphics == nullptr || brush == nullptr || points == nullptr || count <= 0 ||
+        !std::all_of(points, points + count,
+                     [](const GpPointF& point) { return AreNumbers(point.X, point.Y); })) {
+        return InvalidParameter;
+    }
+    QPainter* painter = graphics->Painter();
+    if (painter == nullptr) {
+        return GenericError;
+    }
+    QPolygonF corners;
+    std::transform(points, points + count, std::back_inserter(corners),
+                   [](const GpPointF& point) { return QPointF(point.X, point.Y); });
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(brush->What().Brush());
+    painter->drawPolygon(corners, mode == FillModeWinding ? Qt::WindingFill : Qt::OddEvenFill);
+    return Ok;
+}
+
 GpStatus GdipDrawPath(GpGraphics* graphics, GpPen* pen, GpPath* path) {
     if (graphics == nullptr || pen == nullptr || path == nullptr) {
         return InvalidParameter;
@@ -213,6 +237,30 @@ GpStatus GdipDrawPath(GpGraphics* graphics, GpPen* pen, GpPath* path) {
         return GenericError;
     }
     painter->strokePath(SharpOutline(path->Path(), pen->Pen().widthF()), pen->Pen());
+    return Ok;
+}
+
+GpStatus GdipDrawRectangle(GpGraphics* graphics, GpPen* pen, REAL x, REAL y, REAL width,
+                           REAL height) {
+    if (graphics == nullptr || pen == nullptr || !AreNumbers(x, y, width, height)) {
+        return InvalidParameter;
+    }
+    QPainter* painter = graphics->Painter();
+    if (painter == nullptr) {
+        return GenericError;
+    }
+    if (width > 0 && height > 0) {
+        // What lies between two rectangles: Qt's own outline has pale corners.
+        const qreal half = pen->Pen().widthF() / 2;
+        const QRectF line = QRectF(x, y, width, height).translated(kToCentre, kToCentre);
+        const QRectF inside = line.adjusted(half, half, -half, -half);
+        QPainterPath outline;
+        outline.addRect(line.adjusted(-half, -half, half, half));
+        if (inside.isValid()) {
+            outline.addRect(inside);
+        }
+        painter->fillPath(outline, pen->Pen().brush());
+    }
     return Ok;
 }
 

@@ -44,16 +44,6 @@ TextCache<TextSize>& Sizes() {
     return sizes;
 }
 
-// For the few texts that are in view. What Qt keeps of a layout was found by measuring.
-TextCache<std::shared_ptr<const LaidOutText>>& Layouts() {
-    constexpr std::size_t kMostBytes = std::size_t{1} << 20;
-    constexpr std::size_t kLayoutBytes = 1152;
-    constexpr std::size_t kUnitBytes = 40;
-    static TextCache<std::shared_ptr<const LaidOutText>> layouts(kMostBytes, kLayoutBytes,
-                                                                 kUnitBytes);
-    return layouts;
-}
-
 const GpStringFormat& OrDefault(const GpStringFormat* format) {
     static const GpStringFormat none;
     return format == nullptr ? none : *format;
@@ -79,7 +69,6 @@ public:
 private:
     const Face& TextFace() const { return font_.Face(); }
     LayoutLimits Limits() const;
-    LayoutQuestion Question() const;
     int MostLines() const;
 
     const std::u16string_view text_;
@@ -128,28 +117,17 @@ LayoutLimits Passage::Limits() const {
             format_.trimming == StringTrimmingEllipsisCharacter};
 }
 
-LayoutQuestion Passage::Question() const {
-    const LayoutLimits limits = Limits();
-    return {text_, font_.SharedFace(), roomForLines_, limits.lines, limits.wrap, limits.ellipsis};
-}
-
 std::shared_ptr<const LaidOutText> Passage::LayOut() const {
-    const LayoutQuestion question = Question();
-    if (const auto* known = Layouts().Find(question)) {
-        return *known;
-    }
-    auto laidOut =
-        std::make_shared<const LaidOutText>(painting::LayOut(text_, TextFace(), Limits()));
-    Layouts().Add(question, laidOut);
-    return laidOut;
+    return painting::KnownLayout(text_, font_.SharedFace(), Limits());
 }
 
 TextSize Passage::Size() const {
-    const LayoutQuestion question = Question();
+    const LayoutLimits limits = Limits();
+    const LayoutQuestion question = painting::QuestionOf(text_, font_.SharedFace(), limits);
     if (const TextSize* known = Sizes().Find(question)) {
         return *known;
     }
-    const LaidOutText laidOut = painting::LayOut(text_, TextFace(), Limits());
+    const LaidOutText laidOut = painting::LayOut(text_, TextFace(), limits);
     const TextSize size{laidOut.width, static_cast<int>(laidOut.lines.size()),
                         static_cast<int>(laidOut.fitted)};
     Sizes().Add(question, size);
@@ -229,13 +207,10 @@ void DrawLines(QPainter& painter, const LaidOutText& text, const Face& face, con
     const float top = rectangle.Y + Offset(format.vertical, rectangle.Height, height);
     qreal baseLine = NearestRow(top + static_cast<float>(face.ascent));
     for (const painting::TextLine& line : text.lines) {
-        if (line.layout != nullptr) {
-            const auto width = static_cast<float>(line.width + 2 * face.margin);
-            const qreal left =
-                rectangle.X + Offset(format.horizontal, rectangle.Width, width) + face.margin;
-            const QTextLine drawn = line.layout->lineAt(line.index);
-            drawn.draw(&painter, QPointF(left, baseLine - drawn.ascent()) - drawn.position());
-        }
+        const auto width = static_cast<float>(line.width + 2 * face.margin);
+        const qreal left =
+            rectangle.X + Offset(format.horizontal, rectangle.Width, width) + face.margin;
+        painting::DrawLine(painter, line, left, baseLine);
         baseLine += face.lineHeight;
     }
 }
@@ -256,7 +231,7 @@ GpStatus GdiplusStartup(ULONG_PTR* token, const GdiplusStartupInput* input,
 
 void GdiplusShutdown(ULONG_PTR /*token*/) {
     Sizes().Clear();
-    Layouts().Clear();
+    painting::ForgetLayouts();
     painting::ForgetFaces();
 }
 

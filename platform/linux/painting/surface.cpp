@@ -4,9 +4,28 @@
 
 namespace painting {
 
-Surface::Surface(QImage picture) : own_(std::move(picture)), picture_(&own_) {}
+namespace {
 
-Surface::Surface(QImage* picture) : picture_(picture) {}
+QImage ViewOf(QImage& picture, const QRect& part) {
+    constexpr int kPixelBytes = 4;
+    uchar* first = picture.scanLine(part.top()) + qsizetype{part.left()} * kPixelBytes;
+    return {first, part.width(), part.height(), picture.bytesPerLine(), picture.format()};
+}
+
+} // namespace
+
+Surface::Surface(QImage picture) : own_(std::move(picture)), picture_(&own_), clip_(own_.rect()) {}
+
+Surface::Surface(QImage* picture, QPoint origin, QRect clip)
+    : picture_(picture), origin_(origin), clip_(clip) {}
+
+QRect Surface::Part() const {
+    return picture_ == nullptr ? QRect() : clip_.intersected(picture_->rect());
+}
+
+bool Surface::IsOpaque() const {
+    return picture_ != &own_ || own_.format() == QImage::Format_RGB32;
+}
 
 void Surface::Forget() {
     if (painter_.isActive()) {
@@ -26,13 +45,16 @@ void Surface::Leave() {
 }
 
 QPainter* Surface::PainterFor(const void* user, bool* changed) {
-    if (picture_ == nullptr || picture_->isNull()) {
+    const QRect part = Part();
+    if (part.isEmpty()) {
         return nullptr;
     }
     if (!painter_.isActive()) {
-        if (!painter_.begin(picture_)) {
+        view_ = ViewOf(*picture_, part);
+        if (!painter_.begin(&view_)) {
             return nullptr;
         }
+        painter_.translate(origin_ - part.topLeft());
         user_ = nullptr;
     }
     *changed = std::exchange(user_, user) != user;

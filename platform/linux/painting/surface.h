@@ -4,19 +4,28 @@
 
 #include <QImage>
 #include <QPainter>
+#include <QPoint>
+#include <QRect>
 
 namespace painting {
 
-// Premultiplied ARGB. Used by the thread that has the windows.
+// Premultiplied ARGB, or RGB with 32 bits, which stays opaque. Used by the thread that has the
+// windows.
 class Surface {
 public:
     explicit Surface(QImage picture);
-    // `picture` is not owned, and outlives the surface or its Forget.
-    explicit Surface(QImage* picture);
+    // `picture` is not owned, and outlives the surface or its Forget. Drawing at 0, 0 lands at
+    // `origin`, and none lands outside `clip`.
+    Surface(QImage* picture, QPoint origin, QRect clip);
     Surface(const Surface&) = delete;
     Surface& operator=(const Surface&) = delete;
 
     QImage* Picture() { return picture_; }
+    QPoint Origin() const { return origin_; }
+    // The part of the picture that is drawn on.
+    QRect Part() const;
+    // Whether its pixels are, whatever stands in their alpha.
+    bool IsOpaque() const;
     // From now on there is no picture.
     void Forget();
 
@@ -24,13 +33,16 @@ public:
     // at once. A user that leaves in between may leave the painter as it likes.
     void Enter();
     void Leave();
-    // Null when there is no picture. `user` is set up anew, that is, `*changed` is true, when
-    // somebody else had the painter.
+    // Null when there is nothing to draw on. `user` is set up anew, that is, `*changed` is true,
+    // when somebody else had the painter.
     QPainter* PainterFor(const void* user, bool* changed);
 
 private:
     QImage own_;
     QImage* picture_;
+    const QPoint origin_;
+    const QRect clip_;
+    QImage view_; // of that part: it clips for free, and two surfaces can share a picture
     QPainter painter_;
     const void* user_ = nullptr; // whose settings the painter has
     int users_ = 0;

@@ -2,7 +2,7 @@
 // and laying them out is what takes the time.
 #pragma once
 
-#include "painting/fonts.h"
+#include "painting/text_layout.h"
 
 #include <cstddef>
 #include <functional>
@@ -24,9 +24,21 @@ struct LayoutQuestion {
     int lines = 0;   // at most
     bool wrap = true;
     bool ellipsis = false;
+    bool leftToRight = false;
 
     bool operator==(const LayoutQuestion&) const = default;
 };
+
+inline LayoutQuestion QuestionOf(std::u16string_view text, const std::shared_ptr<const Face>& face,
+                                 const LayoutLimits& limits) {
+    return {text,
+            face,
+            static_cast<float>(limits.width),
+            limits.lines,
+            limits.wrap,
+            limits.ellipsis,
+            limits.leftToRight};
+}
 
 inline std::size_t HashOf(const LayoutQuestion& question) {
     const auto mixIn = [](std::size_t hash, std::size_t value) {
@@ -36,7 +48,8 @@ inline std::size_t HashOf(const LayoutQuestion& question) {
     hash = mixIn(hash, std::hash<const Face*>()(question.face.get()));
     hash = mixIn(hash, std::hash<float>()(question.width));
     const auto lines = static_cast<std::size_t>(question.lines);
-    return mixIn(hash, lines * 4 + (question.wrap ? 2 : 0) + (question.ellipsis ? 1 : 0));
+    return mixIn(hash, lines * 8 + (question.leftToRight ? 4 : 0) + (question.wrap ? 2 : 0) +
+                           (question.ellipsis ? 1 : 0));
 }
 
 // Answers to such questions, of which those that were not needed for the longest are forgotten. An

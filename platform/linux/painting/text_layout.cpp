@@ -4,6 +4,7 @@
 #include <QTextOption>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace painting {
@@ -31,10 +32,6 @@ constexpr char16_t kReplacement = 0xFFFD;
 constexpr char16_t kZeroWidth = 0x200B;
 constexpr char16_t kEllipsis = 0x2026;
 
-bool EndsParagraph(char16_t unit) {
-    return unit == u'\n' || unit == u'\r' || unit == 0x2028 || unit == 0x2029;
-}
-
 bool IsBlank(QChar unit) {
     return unit == u' ' || unit == u'\t' || unit == QChar(0x3000);
 }
@@ -45,6 +42,43 @@ bool IsControl(char16_t unit) {
 
 bool IsPrivate(char16_t unit) {
     return unit >= 0xE000 && unit <= 0xF8FF;
+}
+
+// Symbols that are pictures in colours unless they are said to be text.
+constexpr std::pair<char16_t, char16_t> kEmojiByDefault[] = {
+    {0x231A, 0x231B}, {0x23E9, 0x23EC}, {0x23F0, 0x23F0}, {0x23F3, 0x23F3}, {0x25FD, 0x25FE},
+    {0x2614, 0x2615}, {0x2648, 0x2653}, {0x267F, 0x267F}, {0x2693, 0x2693}, {0x26A1, 0x26A1},
+    {0x26AA, 0x26AB}, {0x26BD, 0x26BE}, {0x26C4, 0x26C5}, {0x26CE, 0x26CE}, {0x26D4, 0x26D4},
+    {0x26EA, 0x26EA}, {0x26F2, 0x26F3}, {0x26F5, 0x26F5}, {0x26FA, 0x26FA}, {0x26FD, 0x26FD},
+    {0x2705, 0x2705}, {0x270A, 0x270B}, {0x2728, 0x2728}, {0x274C, 0x274C}, {0x274E, 0x274E},
+    {0x2753, 0x2755}, {0x2757, 0x2757}, {0x2795, 0x2797}, {0x27B0, 0x27B0}, {0x27BF, 0x27BF},
+    {0x2B1B, 0x2B1C}, {0x2B50, 0x2B50}, {0x2B55, 0x2B55},
+};
+
+bool IsEmojiByDefault(char16_t unit) {
+    return std::any_of(
+        std::begin(kEmojiByDefault), std::end(kEmojiByDefault),
+        [&](const auto& range) { return unit >= range.first && unit <= range.second; });
+}
+
+// Whether a symbol is to be drawn as text: by its nature, or by the selector behind it. What is
+// joined to an emoji is a part of that.
+bool IsTextSymbol(QStringView text, qsizetype at) {
+    constexpr char16_t kFirstSymbol = 0x203C;
+    constexpr char16_t kLastSymbol = 0x2BFF;
+    constexpr char16_t kJoiner = 0x200D;
+    constexpr char16_t kTextSelector = 0xFE0E;
+    constexpr char16_t kEmojiSelector = 0xFE0F;
+    const QChar unit = text[at];
+    if (unit < kFirstSymbol || unit > kLastSymbol || unit.isMark()) {
+        return false;
+    }
+    const char16_t next = at + 1 < text.size() ? text[at + 1].unicode() : u'\0';
+    const bool joined = at > 0 && text[at - 1] == QChar(kJoiner);
+    if (next == kEmojiSelector || next == kJoiner || joined) {
+        return false;
+    }
+    return next == kTextSelector || !IsEmojiByDefault(unit.unicode());
 }
 
 bool IsKana(char16_t unit) {
@@ -61,15 +95,15 @@ QStringView WithoutBlanksAtTheEnd(QStringView text) {
 // A piece of a text, unit for unit as it is to be shaped.
 struct Prepared {
     QString text;
-    QList<QTextLayout::FormatRange> icons;
+    QList<QTextLayout::FormatRange> inOtherFonts; // icons and symbols
     bool japanese = false;
 };
 
-void MarkIcon(Prepared& prepared, qsizetype at, const Face& face) {
+void SetFont(Prepared& prepared, qsizetype at, const QFont& font) {
     const int position = static_cast<int>(at);
-    if (!prepared.icons.isEmpty()) {
-        auto& last = prepared.icons.last();
-        if (last.start + last.length == position) {
+    if (!prepared.inOtherFonts.isEmpty()) {
+        auto& last = prepared.inOtherFonts.last();
+        if (last.start + last.length == position && last.format.font() == font) {
             ++last.length;
             return;
         }
@@ -77,8 +111,8 @@ void MarkIcon(Prepared& prepared, qsizetype at, const Face& face) {
     QTextLayout::FormatRange range;
     range.start = position;
     range.length = 1;
-    range.format.setFont(face.icons);
-    prepared.icons.append(range);
+    range.format.setFont(font);
+    prepared.inOtherFonts.append(range);
 }
 
 char16_t PreparedUnit(QStringView text, qsizetype at) {
@@ -108,8 +142,10 @@ Prepared Prepare(QStringView text, const Face& face) {
             const char16_t icon = IconAt(unit);
             unit = icon == 0 ? kReplacement : icon;
             if (icon != 0) {
-                MarkIcon(prepared, i, face);
+                SetFont(prepared, i, face.icons);
             }
+        } else if (IsTextSymbol(text, i)) {
+            SetFont(prepared, i, face.symbols);
         }
         constexpr char16_t kFirstMark = 0x0300;
         marks = unit >= kFirstMark && QChar(unit).isMark() ? marks + 1 : 0;
@@ -143,8 +179,8 @@ std::shared_ptr<QTextLayout> Shape(QStringView piece, const Face& face, bool rig
     option.setTabStopDistance(face.lineHeight * kTabLineHeights);
     layout->setTextOption(option);
     layout->setCacheEnabled(true); // what was shaped for measuring is still there for drawing
-    if (!prepared.icons.isEmpty()) {
-        layout->setFormats(prepared.icons);
+    if (!prepared.inOtherFonts.isEmpty()) {
+        layout->setFormats(prepared.inOtherFonts);
     }
     return layout;
 }
@@ -208,7 +244,8 @@ void Composer::AddParagraph(qsizetype start, qsizetype end) {
         result_.fitted = end;
         return;
     }
-    rightToLeft_ = text_.sliced(start, std::min(seen - start, kFirstPiece)).isRightToLeft();
+    rightToLeft_ = !limits_.leftToRight &&
+                   text_.sliced(start, std::min(seen - start, kFirstPiece)).isRightToLeft();
     qsizetype room = kFirstPiece;
     while (start < seen && !Full()) {
         const QStringView piece = PieceAt(text_.first(seen), start, room);
@@ -299,6 +336,17 @@ TextLine Composer::EllipsisLine(QStringView head) {
 }
 
 } // namespace
+
+bool EndsParagraph(char16_t unit) {
+    return unit == u'\n' || unit == u'\r' || unit == 0x2028 || unit == 0x2029;
+}
+
+void DrawLine(QPainter& painter, const TextLine& line, qreal left, qreal baseLine) {
+    if (line.layout != nullptr) {
+        const QTextLine drawn = line.layout->lineAt(line.index);
+        drawn.draw(&painter, QPointF(left, baseLine - drawn.ascent()) - drawn.position());
+    }
+}
 
 LaidOutText LayOut(QStringView text, const Face& face, const LayoutLimits& limits) {
     return Composer(text, face, limits).Compose();

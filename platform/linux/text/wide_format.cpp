@@ -1,6 +1,11 @@
 // The bounded wide formatter, for the conversions that the program uses.
 #include <windows.h>
 
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <iterator>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -156,6 +161,18 @@ unsigned long long TakeUnsigned(Size size, std::va_list& arguments) {
     return va_arg(arguments, unsigned long long);
 }
 
+// Six decimals unless told otherwise, and always a point, whatever the locale has.
+void PutFixed(BoundedText& out, const Conversion& conversion, double value) {
+    constexpr int kMostDecimals = 40;
+    char digits[400]; // the largest double has 309 digits before the point
+    const int decimals =
+        conversion.precision < 0 ? 6 : std::min(conversion.precision, kMostDecimals);
+    const auto [end, error] = std::to_chars(std::begin(digits), std::end(digits), std::abs(value),
+                                            std::chars_format::fixed, decimals);
+    const std::u16string text(digits, end);
+    PutPadded(out, conversion, std::signbit(value) ? u"-" : u"", text);
+}
+
 void PutString(BoundedText& out, const Conversion& conversion, const WCHAR* text) {
     text = text != nullptr ? text : u"(null)";
     std::size_t length = 0;
@@ -196,6 +213,9 @@ int _vsnwprintf(WCHAR* buffer, std::size_t room, const WCHAR* format, std::va_li
             PutPadded(out, conversion, u"", {&unit, 1});
             break;
         }
+        case u'f':
+            PutFixed(out, conversion, va_arg(rest, double));
+            break;
         case u's':
             PutString(out, conversion, va_arg(rest, const WCHAR*));
             break;

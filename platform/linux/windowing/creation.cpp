@@ -1,52 +1,29 @@
-// Window classes, and windows from CreateWindowExW to DestroyWindow. Owns the table of windows.
-#include "windowing/window.h"
-
+// Windows from CreateWindowExW to DestroyWindow.
 #include "application/application.h"
 #include "painting/picture.h"
+#include "windowing/focus.h"
 #include "windowing/foreign_windows.h"
 #include "windowing/icons.h"
 #include "windowing/message_loop.h"
 #include "windowing/message_queue.h"
+#include "windowing/painting_cycle.h"
 #include "windowing/placement.h"
 #include "windowing/pointer.h"
+#include "windowing/subclassing.h"
 #include "windowing/surface.h"
 #include "windowing/timers.h"
+#include "windowing/window_classes.h"
+#include "windowing/window_table.h"
 
 #include <algorithm>
-#include <deque>
-#include <map>
+#include <utility>
 
 #include <QIcon>
 #include <QPixmap>
 
-struct HWND__ {};
-
 namespace windowing {
 
 namespace {
-
-// The tables are never destroyed: a window that outlives main() must not take Qt's objects down
-// after Qt's own statics.
-template <typename T>
-T& Everlasting() {
-    static T& table = *std::make_unique<T>().release();
-    return table;
-}
-
-using Classes = std::deque<WindowClass>; // addresses stay
-using Handles = std::deque<HWND__>;
-using Windows = std::map<HWND, std::shared_ptr<Window>>;
-
-Classes& AllClasses() {
-    return Everlasting<Classes>();
-}
-
-const WindowClass* FindClass(std::u16string_view name) {
-    const auto& classes = AllClasses();
-    const auto found = std::find_if(classes.begin(), classes.end(),
-                                    [&](const WindowClass& one) { return one.name == name; });
-    return found == classes.end() ? nullptr : &*found;
-}
 
 // What the first window needs.
 bool IsReady() {
@@ -61,36 +38,43 @@ bool IsReady() {
     return ready;
 }
 
+// The first of its class is found by other processes too.
+bool IsUnownedTopLevel(const Window& window) {
+    return !window.IsChild() && window.owner == nullptr;
+}
+
 bool HasUnownedWindow(const WindowClass* windowClass) {
-    const auto& windows = Everlasting<Windows>();
-    return std::any_of(windows.begin(), windows.end(), [&](const auto& entry) {
-        return entry.second->windowClass == windowClass && entry.second->owner == nullptr;
+    const auto windows = TopLevels();
+    return std::any_of(windows.begin(), windows.end(), [&](const auto& window) {
+        return window->windowClass == windowClass && IsUnownedTopLevel(*window);
     });
 }
 
-// From here on the window is found, and gets what is posted to it.
-void Enter(const std::shared_ptr<Window>& window) {
-    if (window->owner == nullptr && !HasUnownedWindow(window->windowClass)) {
+void Admit(const std::shared_ptr<Window>& window) {
+    if (IsUnownedTopLevel(*window) && !HasUnownedWindow(window->windowClass)) {
         AnnounceClass(window->windowClass->name);
     }
-    Everlasting<Windows>().emplace(window->handle, window);
+    Enter(window);
     Queue().Admit(window->handle);
 }
 
-void Leave(Window& window) {
+void Dismiss(Window& window) {
     Queue().Dismiss(window.handle);
-    Everlasting<Windows>().erase(window.handle);
-    if (window.owner == nullptr && !HasUnownedWindow(window.windowClass)) {
+    CloseCanvas(window);
+    Leave(window);
+    if (IsUnownedTopLevel(window) && !HasUnownedWindow(window.windowClass)) {
         WithdrawClass(window.windowClass->name);
     }
-    window.surface->hide();
+    if (window.surface != nullptr) {
+        window.surface->hide();
+    }
 }
 
-void DestroyOwned(HWND owner) {
-    for (const auto& window : AllWindows()) {
-        if (window->owner == owner) {
-            DestroyWindow(window->handle);
-        }
+void GiveSurface(Window& window) {
+    window.surface = std::make_unique<Surface>(window);
+    const QImage icon = PictureOf(window.windowClass->icon);
+    if (!icon.isNull()) {
+        window.surface->setWindowIcon(QIcon(QPixmap::fromImage(icon)));
     }
 }
 
@@ -102,14 +86,16 @@ std::shared_ptr<Window> Make(const WindowClass& windowClass, const CREATESTRUCTW
     window->title = creation.lpszName != nullptr ? creation.lpszName : TEXT("");
     window->style = static_cast<DWORD>(creation.style) & ~WS_VISIBLE;
     window->exStyle = creation.dwExStyle;
-    window->owner = creation.hwndParent;
     window->rect = {creation.x, creation.y, creation.x + std::max(creation.cx, 0),
                     creation.y + std::max(creation.cy, 0)};
-    window->dpi = DpiAt(window->rect);
-    window->surface = std::make_unique<Surface>(*window);
-    const QImage icon = PictureOf(windowClass.icon);
-    if (!icon.isNull()) {
-        window->surface->setWindowIcon(QIcon(QPixmap::fromImage(icon)));
+    if (window->IsChild()) {
+        window->parent = creation.hwndParent;
+        window->id = static_cast<int>(reinterpret_cast<LONG_PTR>(creation.hMenu));
+        window->dpi = Find(window->parent)->dpi;
+    } else {
+        window->owner = creation.hwndParent;
+        window->dpi = DpiAt(window->rect);
+        GiveSurface(*window);
     }
     return window;
 }
@@ -119,7 +105,7 @@ bool Created(Window& window, CREATESTRUCTW& creation) {
     const auto parameter = reinterpret_cast<LPARAM>(&creation);
     if (Send(window, WM_NCCREATE, 0, parameter) == FALSE) {
         Send(window, WM_NCDESTROY, 0, 0);
-        Leave(window);
+        Dismiss(window);
         return false;
     }
     if (Send(window, WM_CREATE, 0, parameter) == -1) {
@@ -128,37 +114,43 @@ bool Created(Window& window, CREATESTRUCTW& creation) {
     return Find(window.handle) != nullptr;
 }
 
+std::vector<std::shared_ptr<Window>> ChildrenOf(const Window& window) {
+    std::vector<std::shared_ptr<Window>> children;
+    for (const HWND child : window.children) {
+        children.push_back(Find(child));
+    }
+    return children;
+}
+
+// The window first, then what stands in it: each still has all that it stands in.
+void TellOfDestruction(Window& window) {
+    window.destroying = true;
+    Send(window, WM_DESTROY, 0, 0);
+    for (const auto& child : ChildrenOf(window)) {
+        if (!child->destroying) {
+            TellOfDestruction(*child);
+        }
+    }
+}
+
+// The other way round. A window may be gone already, when its own end made its parent go.
+void Finish(Window& window) {
+    if (Find(window.handle) == nullptr) {
+        return;
+    }
+    for (const auto& child : ChildrenOf(window)) {
+        Finish(*child);
+    }
+    DropCaptureOf(window.handle);
+    AllTimers().KillAllOf(window.handle);
+    Send(window, WM_NCDESTROY, 0, 0);
+    Dismiss(window);
+}
+
 } // namespace
 
-Window::Window() = default;
-
-// A window that is destroyed in the middle of its painting.
-Window::~Window() {
-    if (canvasContext != nullptr) {
-        painting::CloseContext(canvasContext);
-    }
-}
-
-std::shared_ptr<Window> Find(HWND handle) {
-    const auto& windows = Everlasting<Windows>();
-    const auto found = windows.find(handle);
-    return found == windows.end() ? nullptr : found->second;
-}
-
-std::vector<std::shared_ptr<Window>> AllWindows() {
-    std::vector<std::shared_ptr<Window>> all;
-    for (const auto& [handle, window] : Everlasting<Windows>()) {
-        all.push_back(window);
-    }
-    return all;
-}
-
-HWND NewHandle() {
-    return &Everlasting<Handles>().emplace_back();
-}
-
 LRESULT Send(Window& window, UINT message, WPARAM wParam, LPARAM lParam) {
-    return window.procedure(window.handle, message, wParam, lParam);
+    return CallFirst(window, message, wParam, lParam);
 }
 
 } // namespace windowing
@@ -167,34 +159,21 @@ using windowing::Find;
 using windowing::Window;
 using windowing::WindowClass;
 
-ATOM RegisterClassExW(const WNDCLASSEXW* windowClass) {
-    if (windowClass == nullptr || windowClass->cbSize != sizeof(WNDCLASSEXW) ||
-        windowClass->lpszClassName == nullptr || windowClass->lpfnWndProc == nullptr ||
-        windowing::FindClass(windowClass->lpszClassName) != nullptr) {
-        return 0;
-    }
-    constexpr std::size_t kFirstAtom = 0xC000;
-    auto& classes = windowing::AllClasses();
-    const auto atom = static_cast<ATOM>(kFirstAtom + classes.size());
-    classes.push_back({windowClass->lpszClassName, windowClass->style, windowClass->lpfnWndProc,
-                       windowClass->hIcon, windowClass->hCursor, windowClass->hbrBackground, atom});
-    return atom;
-}
-
 HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR title, DWORD style, int x, int y,
                      int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
                      LPVOID parameter) {
     const WindowClass* windowClass =
         className != nullptr ? windowing::FindClass(className) : nullptr;
-    const bool parentGone = parent != nullptr && Find(parent) == nullptr;
-    if (windowClass == nullptr || parentGone || (style & WS_CHILD) != 0 || !windowing::IsReady()) {
+    const bool parentMissing =
+        Find(parent) == nullptr && (parent != nullptr || (style & WS_CHILD) != 0);
+    if (windowClass == nullptr || parentMissing || !windowing::IsReady()) {
         return nullptr;
     }
     CREATESTRUCTW creation{
         parameter, instance,  menu,   parent, height, width, y, x, static_cast<LONG>(style),
         title,     className, exStyle};
     const std::shared_ptr<Window> window = windowing::Make(*windowClass, creation);
-    windowing::Enter(window);
+    windowing::Admit(window);
     if (!windowing::Created(*window, creation)) {
         return nullptr;
     }
@@ -211,12 +190,11 @@ BOOL DestroyWindow(HWND handle) {
     }
     window->destroying = true;
     windowing::Show(*window, SW_HIDE);
-    windowing::DestroyOwned(handle);
-    windowing::Send(*window, WM_DESTROY, 0, 0);
-    windowing::DropCaptureOf(handle);
-    windowing::AllTimers().KillAllOf(handle);
-    windowing::Send(*window, WM_NCDESTROY, 0, 0);
-    windowing::Leave(*window);
+    for (const auto& owned : windowing::OwnedBy(handle)) {
+        DestroyWindow(owned->handle);
+    }
+    windowing::TellOfDestruction(*window);
+    windowing::Finish(*window);
     return TRUE;
 }
 
@@ -244,6 +222,8 @@ LONG_PTR GetWindowLongPtrW(HWND handle, int index) {
 }
 
 LONG_PTR SetWindowLongPtrW(HWND handle, int index, LONG_PTR value) {
+    // What ShowWindow and EnableWindow alone change, and what a window is for all its life.
+    constexpr DWORD kKept = WS_VISIBLE | WS_DISABLED | WS_CHILD | WS_POPUP;
     const std::shared_ptr<Window> window = Find(handle);
     if (window == nullptr) {
         return 0;
@@ -253,12 +233,14 @@ LONG_PTR SetWindowLongPtrW(HWND handle, int index, LONG_PTR value) {
     case GWLP_WNDPROC:
         window->procedure = reinterpret_cast<WNDPROC>(value);
         break;
-    case GWL_STYLE: // visibility is ShowWindow's alone
-        window->style = (static_cast<DWORD>(value) & ~WS_VISIBLE) | (window->style & WS_VISIBLE);
+    case GWL_STYLE:
+        window->style = (static_cast<DWORD>(value) & ~kKept) | (window->style & kKept);
         break;
     case GWL_EXSTYLE:
         window->exStyle = static_cast<DWORD>(value);
-        window->surface->SetClickThrough(window->ClickThrough());
+        if (window->surface != nullptr) {
+            window->surface->SetClickThrough(window->ClickThrough());
+        }
         break;
     case GWLP_USERDATA:
         window->userData = value;

@@ -2,7 +2,7 @@
 
 #include "process/descriptor.h"
 #include "process/runtime_folder.h"
-#include "windowing/window.h"
+#include "windowing/window_table.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -112,7 +112,7 @@ Descriptor Listen(const sockaddr_un& address) {
 }
 
 std::shared_ptr<Window> FirstUnownedWindow(const std::u16string& className) {
-    const auto windows = AllWindows();
+    const auto windows = TopLevels();
     const auto found = std::find_if(windows.begin(), windows.end(), [&](const auto& window) {
         return window->owner == nullptr && window->windowClass->name == className;
     });
@@ -273,7 +273,7 @@ HWND FindWindowW(LPCWSTR className, LPCWSTR title) {
     if (className == nullptr || title != nullptr) {
         return nullptr;
     }
-    const auto windows = windowing::AllWindows();
+    const auto windows = windowing::TopLevels();
     const auto found = std::find_if(windows.begin(), windows.end(), [&](const auto& window) {
         return window->windowClass->name == className;
     });

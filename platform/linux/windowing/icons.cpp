@@ -96,6 +96,7 @@ HCURSOR LoadCursorW(HINSTANCE instance, LPCWSTR name) {
     };
     static const SystemCursor cursors[] = {
         {IDC_ARROW, windowing::Keep({{}, Qt::ArrowCursor, true})},
+        {IDC_IBEAM, windowing::Keep({{}, Qt::IBeamCursor, true})},
         {IDC_SIZENS, windowing::Keep({{}, Qt::SizeVerCursor, true})},
         {IDC_HAND, windowing::Keep({{}, Qt::PointingHandCursor, true})},
     };

@@ -1,13 +1,15 @@
 #include "windowing/message_loop.h"
 
 #include "application/application.h"
+#include "windowing/input_queue.h"
 #include "windowing/message_queue.h"
-#include "windowing/pointer.h"
+#include "windowing/painting_cycle.h"
 #include "windowing/timers.h"
-#include "windowing/window.h"
+#include "windowing/window_table.h"
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -53,13 +55,9 @@ std::optional<MSG> TakeQuit(bool remove) {
 }
 
 std::optional<MSG> TakePaint(const MessageFilter& filter) {
-    for (const auto& window : AllWindows()) {
-        if (window->visible && !IsEmpty(window->invalid) &&
-            filter.Takes(window->handle, WM_PAINT)) {
-            return MSG{window->handle, WM_PAINT, 0, 0, MessageTimeMs(), {}};
-        }
-    }
-    return std::nullopt;
+    const HWND window = FirstToPaint(filter);
+    return window == nullptr ? std::nullopt
+                             : std::optional(MSG{window, WM_PAINT, 0, 0, MessageTimeMs(), {}});
 }
 
 std::optional<MSG> TakeInputAfterManyPosted(const MessageFilter& filter, bool remove) {
@@ -68,7 +66,7 @@ std::optional<MSG> TakeInputAfterManyPosted(const MessageFilter& filter, bool re
     }
     TheLoop().postedSinceInput = 0;
     ServeQt();
-    return TakePointerInput(filter, remove);
+    return TakeInput(filter, remove);
 }
 
 std::optional<MSG> TakeWaiting(const MessageFilter& filter, bool remove) {
@@ -83,7 +81,7 @@ std::optional<MSG> TakeWaiting(const MessageFilter& filter, bool remove) {
     if (auto quit = TakeQuit(remove)) {
         return quit;
     }
-    return TakePointerInput(filter, remove);
+    return TakeInput(filter, remove);
 }
 
 std::optional<MSG> TakeReady(const MessageFilter& filter, bool remove) {
@@ -195,8 +193,14 @@ BOOL PeekMessageW(LPMSG message, HWND window, UINT firstMessage, UINT lastMessag
     return TRUE;
 }
 
-BOOL TranslateMessage(const MSG* /*message*/) {
-    return FALSE;
+BOOL TranslateMessage(const MSG* message) {
+    if (message == nullptr) {
+        return FALSE;
+    }
+    constexpr UINT kKeys[] = {WM_KEYDOWN, WM_KEYUP, WM_SYSKEYDOWN, WM_SYSKEYUP};
+    return std::find(std::begin(kKeys), std::end(kKeys), message->message) != std::end(kKeys)
+               ? TRUE
+               : FALSE;
 }
 
 LRESULT DispatchMessageW(const MSG* message) {

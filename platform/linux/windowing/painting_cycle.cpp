@@ -1,10 +1,10 @@
-// From what is invalid to what is seen: WM_PAINT's calls, layered windows, rounded corners.
-#include "windowing/pushed_picture.h"
+#include "windowing/painting_cycle.h"
 
 #include "painting/picture.h"
 #include "windowing/pixels.h"
+#include "windowing/pushed_picture.h"
 #include "windowing/surface.h"
-#include "windowing/window.h"
+#include "windowing/window_table.h"
 #include "windowing/x11.h"
 
 #include <commctrl.h>
@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include <QPainter>
 
 namespace windowing {
 
@@ -29,36 +31,78 @@ RECT Joined(const RECT& one, const RECT& other) {
             std::max(one.right, other.right), std::max(one.bottom, other.bottom)};
 }
 
-RECT Clipped(const RECT& rect, const Window& window) {
-    return {std::max(rect.left, LONG{0}), std::max(rect.top, LONG{0}),
-            std::min(rect.right, LONG{window.Width()}),
-            std::min(rect.bottom, LONG{window.Height()})};
-}
-
 // What is drawn on a layered window's context is never seen, so it gets the least of canvases.
 QSize CanvasSize(const Window& window) {
     return window.Layered() ? QSize(1, 1)
                             : QSize(std::max(window.Width(), 1), std::max(window.Height(), 1));
 }
 
-void FitCanvas(Window& window) {
-    const QSize size = CanvasSize(window);
-    if (window.canvas.size() != size) {
-        window.canvas = QImage(size, QImage::Format_ARGB32_Premultiplied);
-        window.canvas.fill(Qt::transparent);
+// The canvas stays as it is while somebody draws on it.
+void FitCanvas(Window& top) {
+    const QSize size = CanvasSize(top);
+    if (top.canvas.size() != size && top.openContexts == 0) {
+        top.canvas = QImage(size, QImage::Format_ARGB32_Premultiplied);
+        top.canvas.fill(Qt::transparent);
     }
+}
+
+// The part of the top-level window's client area that the window can be seen in, in its own
+// coordinates: what stands in others ends with them.
+RECT VisiblePart(const Window& window) {
+    if (!window.IsChild()) {
+        return window.Client();
+    }
+    const RECT parent = VisiblePart(*Find(window.parent));
+    return Common(window.Client(), Shifted(parent, -window.rect.left, -window.rect.top));
+}
+
+void OpenCanvas(Window& window, const RECT& part) {
+    Window& top = TopLevelOf(window);
+    FitCanvas(top);
+    const POINT origin = OriginInTopLevel(window);
+    const RECT clip = Common(part, VisiblePart(window));
+    window.canvasContext =
+        painting::OpenContext(top.canvas, origin, Shifted(clip, origin.x, origin.y));
+    top.openContexts += window.canvasContext != nullptr ? 1 : 0;
+}
+
+// What the window's painting has covered, its children have to paint anew.
+void InvalidateChildren(const Window& window, const RECT& part, bool erase) {
+    for (const HWND handle : window.children) {
+        const auto child = Find(handle);
+        Invalidate(*child, Shifted(part, -child->rect.left, -child->rect.top), erase);
+    }
+}
+
+bool HasInvalidPart(const Window& window) {
+    if (!window.visible) {
+        return false;
+    }
+    return !IsEmpty(window.invalid) ||
+           std::any_of(window.children.begin(), window.children.end(),
+                       [](HWND child) { return HasInvalidPart(*Find(child)); });
+}
+
+HWND FirstInvalid(const Window& window) {
+    if (!window.visible) {
+        return nullptr;
+    }
+    if (!IsEmpty(window.invalid)) {
+        return window.handle;
+    }
+    // The oldest lies above the others, so it is painted last.
+    for (auto child = window.children.rbegin(); child != window.children.rend(); ++child) {
+        if (const HWND first = FirstInvalid(*Find(*child))) {
+            return first;
+        }
+    }
+    return nullptr;
 }
 
 void RoundIfWanted(const Window& window, QImage& picture) {
     if (window.rounded) {
         RoundCorners(picture, MulDiv(kCornerRadius, static_cast<int>(window.dpi), 96));
     }
-}
-
-void PresentCanvas(Window& window) {
-    QImage picture = window.canvas.copy();
-    RoundIfWanted(window, picture);
-    window.surface->Present(picture, HasCompositor());
 }
 
 // Memory for the next picture of the window: the present one's, where that fits.
@@ -68,6 +112,14 @@ QImage NextPicture(Window& window, QSize size) {
         picture = QImage(size, QImage::Format_ARGB32_Premultiplied);
     }
     return picture;
+}
+
+// What is no layered window is opaque.
+void PresentCanvas(Window& top) {
+    QImage picture = NextPicture(top, top.canvas.size());
+    CopyWithAlpha(top.canvas, {0, 0}, false, kOpaque, picture);
+    RoundIfWanted(top, picture);
+    top.surface->Present(picture, HasCompositor());
 }
 
 // `rect` is the part of the source's picture, and `blend` what it is shown with.
@@ -96,11 +148,77 @@ void MoveTo(const Window& window, const POINT* position, const SIZE* size) {
     }
 }
 
+// What Qt itself shows of controls lies above the picture.
+void DrawParts(const Window& window, QPainter& painter) {
+    for (const HWND handle : window.children) {
+        const auto child = Find(handle);
+        if (child->visible && child->part != nullptr) {
+            child->part->DrawOn(painter);
+        }
+        DrawParts(*child, painter);
+    }
+}
+
+// As Windows does, with the windows that stand in it.
+void PaintNow(Window& window) {
+    if (!window.visible) {
+        return;
+    }
+    if (!IsEmpty(window.invalid)) {
+        Send(window, WM_PAINT, 0, 0);
+    }
+    const auto children = window.children;
+    for (auto handle = children.rbegin(); handle != children.rend(); ++handle) {
+        if (const auto child = Find(*handle)) {
+            PaintNow(*child);
+        }
+    }
+}
+
 } // namespace
+
+void Invalidate(Window& window, const RECT& part, bool erase) {
+    const RECT within = Common(part, window.Client());
+    if (IsEmpty(within)) {
+        return;
+    }
+    window.invalid = Joined(window.invalid, within);
+    window.eraseWanted = window.eraseWanted || erase;
+    InvalidateChildren(window, within, erase);
+}
+
+void InvalidateBehind(const Window& child) {
+    if (const auto parent = Find(child.parent)) {
+        Invalidate(*parent, child.rect, true);
+    }
+}
+
+HWND FirstToPaint(const MessageFilter& filter) {
+    for (const auto& top : TopLevels()) {
+        const HWND first = FirstInvalid(*top);
+        if (first != nullptr && filter.Takes(first, WM_PAINT)) {
+            return first;
+        }
+    }
+    return nullptr;
+}
+
+void CloseCanvas(Window& window) {
+    if (window.canvasContext != nullptr) {
+        painting::CloseContext(std::exchange(window.canvasContext, nullptr));
+        --TopLevelOf(window).openContexts;
+    }
+}
 
 QImage PushedPicture(HWND handle) {
     const std::shared_ptr<Window> window = Find(handle);
-    return window == nullptr ? QImage() : window->surface->Picture();
+    if (window == nullptr || window->IsChild()) {
+        return {};
+    }
+    QImage picture = window->surface->Picture();
+    QPainter painter(&picture);
+    DrawParts(*window, painter);
+    return picture;
 }
 
 } // namespace windowing
@@ -113,12 +231,7 @@ BOOL InvalidateRect(HWND handle, const RECT* rect, BOOL erase) {
     if (window == nullptr) {
         return FALSE;
     }
-    const RECT client{0, 0, window->Width(), window->Height()};
-    const RECT part = windowing::Clipped(rect != nullptr ? *rect : client, *window);
-    if (!windowing::IsEmpty(part)) {
-        window->invalid = windowing::Joined(window->invalid, part);
-        window->eraseWanted = window->eraseWanted || erase != FALSE;
-    }
+    windowing::Invalidate(*window, rect != nullptr ? *rect : window->Client(), erase != FALSE);
     return TRUE;
 }
 
@@ -127,8 +240,8 @@ BOOL UpdateWindow(HWND handle) {
     if (window == nullptr) {
         return FALSE;
     }
-    if (window->visible && !windowing::IsEmpty(window->invalid)) {
-        windowing::Send(*window, WM_PAINT, 0, 0);
+    if (windowing::Shows(*window)) {
+        windowing::PaintNow(*window);
     }
     return TRUE;
 }
@@ -141,8 +254,8 @@ HDC BeginPaint(HWND handle, LPPAINTSTRUCT paint) {
     *paint = {};
     paint->rcPaint = std::exchange(window->invalid, RECT{});
     const bool erase = std::exchange(window->eraseWanted, false);
-    windowing::FitCanvas(*window);
-    window->canvasContext = painting::OpenContext(window->canvas);
+    windowing::OpenCanvas(*window, paint->rcPaint);
+    windowing::InvalidateChildren(*window, paint->rcPaint, erase);
     paint->hdc = window->canvasContext;
     if (erase) {
         const auto context = reinterpret_cast<WPARAM>(paint->hdc);
@@ -156,9 +269,11 @@ BOOL EndPaint(HWND handle, const PAINTSTRUCT* paint) {
     if (window == nullptr || paint == nullptr || window->canvasContext == nullptr) {
         return FALSE;
     }
-    painting::CloseContext(std::exchange(window->canvasContext, nullptr));
-    if (!window->Layered()) {
-        windowing::PresentCanvas(*window);
+    windowing::CloseCanvas(*window);
+    Window& top = windowing::TopLevelOf(*window);
+    // All that is invalid is seen at once, so that no window shows without its children.
+    if (!top.Layered() && !windowing::HasInvalidPart(top)) {
+        windowing::PresentCanvas(top);
     }
     return TRUE;
 }

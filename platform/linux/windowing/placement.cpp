@@ -2,9 +2,12 @@
 #include "windowing/placement.h"
 
 #include "application/application.h"
+#include "windowing/focus.h"
 #include "windowing/foreign_windows.h"
+#include "windowing/painting_cycle.h"
 #include "windowing/pointer.h"
 #include "windowing/surface.h"
+#include "windowing/window_table.h"
 
 #include <algorithm>
 #include <cmath>
@@ -22,24 +25,47 @@ bool ActivatesWith(int command) {
     return command != SW_SHOWNOACTIVATE && command != SW_SHOWNA;
 }
 
-void Invalidate(Window& window, bool erase) {
-    window.invalid = {0, 0, window.Width(), window.Height()};
-    window.eraseWanted = window.eraseWanted || erase;
+void TellPart(const Window& window) {
+    if (window.part != nullptr) {
+        window.part->Follow(window);
+    }
+    for (const HWND child : window.children) {
+        TellPart(*Find(child));
+    }
 }
 
 void Hide(Window& window) {
     window.visible = false;
     window.style &= ~WS_VISIBLE;
-    window.surface->hide();
+    TellPart(window);
+    if (window.surface != nullptr) {
+        window.surface->hide();
+    }
+    InvalidateBehind(window);
     DropCaptureOf(window.handle);
+    LeaveFocusToParent(window);
 }
 
 void SetRect(Window& window, const RECT& rect) {
     const bool resized =
         rect.right - rect.left != window.Width() || rect.bottom - rect.top != window.Height();
+    InvalidateBehind(window);
     window.rect = rect;
-    if (resized) {
-        Invalidate(window, true);
+    if (resized || window.IsChild()) {
+        Invalidate(window, window.Client(), true);
+    }
+    InvalidateBehind(window);
+    TellPart(window);
+}
+
+// Above all others, with the windows that it owns above it, as Windows keeps them.
+void BringToTop(const Window& topLevel, bool activate) {
+    RaiseInStack(topLevel.handle);
+    topLevel.surface->Raise(activate);
+    for (const auto& owned : OwnedBy(topLevel.handle)) {
+        if (owned->visible) {
+            BringToTop(*owned, false);
+        }
     }
 }
 
@@ -48,7 +74,7 @@ LONG Scaled(LONG length, UINT newDpi, UINT oldDpi) {
 }
 
 void CheckAllDpi() {
-    for (const auto& window : AllWindows()) {
+    for (const auto& window : TopLevels()) {
         CheckDpi(*window);
     }
 }
@@ -70,9 +96,18 @@ bool Show(Window& window, int command) {
     if (!before) {
         window.visible = true;
         window.style |= WS_VISIBLE;
-        Invalidate(window, true);
+        Invalidate(window, window.Client(), true);
+        TellPart(window);
     }
-    window.surface->ShowOnTop(ActivatesWith(command));
+    if (window.IsChild()) {
+        return before;
+    }
+    const bool activates = ActivatesWith(command);
+    RaiseInStack(window.handle);
+    window.surface->ShowOnTop(activates);
+    if (activates) {
+        Activate(window.handle);
+    }
     return before;
 }
 
@@ -131,13 +166,19 @@ BOOL SetForegroundWindow(HWND handle) {
     if (window == nullptr) {
         return windowing::RaiseForeignWindow(handle) ? TRUE : FALSE;
     }
-    window->surface->Raise(true);
+    if (window->IsChild()) {
+        return FALSE;
+    }
+    windowing::BringToTop(*window, true);
+    if (window->visible) {
+        windowing::Activate(handle);
+    }
     return TRUE;
 }
 
 BOOL IsWindowVisible(HWND handle) {
     const std::shared_ptr<Window> window = Find(handle);
-    return window != nullptr && window->visible ? TRUE : FALSE;
+    return window != nullptr && windowing::Shows(*window) ? TRUE : FALSE;
 }
 
 BOOL SetWindowPos(HWND handle, HWND /*insertAfter*/, int x, int y, int width, int height,
@@ -155,16 +196,21 @@ BOOL SetWindowPos(HWND handle, HWND /*insertAfter*/, int x, int y, int width, in
         rect.bottom = rect.top + std::max(height, 0);
     }
     windowing::SetRect(*window, rect);
-    window->surface->Place(rect);
+    if (window->surface != nullptr) {
+        window->surface->Place(rect);
+    }
     if ((flags & SWP_HIDEWINDOW) != 0) {
         windowing::Show(*window, SW_HIDE);
     }
+    const bool activates = (flags & SWP_NOACTIVATE) == 0;
     if ((flags & SWP_SHOWWINDOW) != 0) {
-        windowing::Show(*window, (flags & SWP_NOACTIVATE) != 0 ? SW_SHOWNOACTIVATE : SW_SHOW);
-    } else if ((flags & SWP_NOZORDER) == 0 && window->visible) {
-        window->surface->Raise((flags & SWP_NOACTIVATE) == 0);
+        windowing::Show(*window, activates ? SW_SHOW : SW_SHOWNOACTIVATE);
+    } else if ((flags & SWP_NOZORDER) == 0 && window->visible && !window->IsChild()) {
+        windowing::BringToTop(*window, activates);
     }
-    windowing::CheckDpi(*window);
+    if (!window->IsChild()) {
+        windowing::CheckDpi(*window);
+    }
     return TRUE;
 }
 
@@ -173,7 +219,7 @@ BOOL GetWindowRect(HWND handle, LPRECT rect) {
     if (window == nullptr || rect == nullptr) {
         return FALSE;
     }
-    *rect = window->rect;
+    *rect = windowing::RectOnScreen(*window);
     return TRUE;
 }
 
@@ -182,7 +228,7 @@ BOOL GetClientRect(HWND handle, LPRECT rect) {
     if (window == nullptr || rect == nullptr) {
         return FALSE;
     }
-    *rect = {0, 0, window->Width(), window->Height()};
+    *rect = window->Client();
     return TRUE;
 }
 
@@ -191,7 +237,8 @@ BOOL ClientToScreen(HWND handle, LPPOINT point) {
     if (window == nullptr || point == nullptr) {
         return FALSE;
     }
-    *point = {point->x + window->rect.left, point->y + window->rect.top};
+    const POINT origin = windowing::OriginOnScreen(*window);
+    *point = {point->x + origin.x, point->y + origin.y};
     return TRUE;
 }
 
@@ -200,7 +247,8 @@ BOOL ScreenToClient(HWND handle, LPPOINT point) {
     if (window == nullptr || point == nullptr) {
         return FALSE;
     }
-    *point = {point->x - window->rect.left, point->y - window->rect.top};
+    const POINT origin = windowing::OriginOnScreen(*window);
+    *point = {point->x - origin.x, point->y - origin.y};
     return TRUE;
 }
 
@@ -223,7 +271,7 @@ int GetSystemMetrics(int index) {
 
 UINT GetDpiForWindow(HWND handle) {
     const std::shared_ptr<Window> window = Find(handle);
-    return window == nullptr ? 0 : window->dpi;
+    return window == nullptr ? 0 : windowing::TopLevelOf(*window).dpi;
 }
 
 BOOL SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT /*context*/) {

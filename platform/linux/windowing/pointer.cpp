@@ -1,12 +1,12 @@
 #include "windowing/pointer.h"
 
 #include "application/application.h"
+#include "windowing/hit_test.h"
 #include "windowing/icons.h"
+#include "windowing/input_queue.h"
 #include "windowing/surface.h"
-#include "windowing/window.h"
+#include "windowing/window_table.h"
 
-#include <algorithm>
-#include <deque>
 #include <memory>
 #include <utility>
 
@@ -17,7 +17,6 @@ namespace windowing {
 namespace {
 
 struct Pointer {
-    std::deque<PointerInput> inputs;
     POINT onScreen{};    // last heard of
     HWND over = nullptr; // the window that got the last mouse message, and so has the cursor
     HWND captured = nullptr;
@@ -30,42 +29,41 @@ Pointer& ThePointer() {
 }
 
 bool IsPress(UINT message) {
-    return message == WM_LBUTTONDOWN || message == WM_RBUTTONDOWN;
+    return message == WM_LBUTTONDOWN || message == WM_RBUTTONDOWN || message == WM_MBUTTONDOWN;
 }
 
-// Buttons held over one window keep the pointer with it as far as X11 is concerned; without a
-// capture, though, what happens elsewhere is none of its business.
-std::shared_ptr<Window> WindowAt(POINT onScreen, HWND preferred) {
-    const auto shows = [&](const Window& window) {
-        return window.visible && !window.ClickThrough() && Contains(window.rect, onScreen);
-    };
-    std::shared_ptr<Window> first = Find(preferred);
-    if (first != nullptr && shows(*first)) {
-        return first;
-    }
-    const auto windows = AllWindows();
-    const auto found = std::find_if(windows.rbegin(), windows.rend(),
-                                    [&](const auto& window) { return shows(*window); });
-    return found == windows.rend() ? nullptr : *found;
-}
-
+// The one that has the capture gets what the user does, wherever that is. Without a capture what
+// happens outside of a window is none of its business, though X11 leaves the pointer with the
+// window over which a button went down.
 std::shared_ptr<Window> TargetOf(const PointerInput& input) {
     const HWND captured = ThePointer().captured;
     if (input.message == WM_MOUSELEAVE) {
-        const std::shared_ptr<Window> left = Find(input.source);
-        return left != nullptr && left->leaveWanted && captured != input.source ? left : nullptr;
+        // The system tells of top-level windows alone; the pointer may have been in a child.
+        const HWND over = ThePointer().over;
+        const bool wasInChild = over != nullptr && IsWithin(over, input.source);
+        const std::shared_ptr<Window> left = Find(wasInChild ? over : input.source);
+        return left != nullptr && left->leaveWanted && captured != left->handle ? left : nullptr;
     }
     return captured != nullptr ? Find(captured) : WindowAt(input.onScreen, input.source);
 }
 
+// The pointer has gone from one window to another, and the first has asked to be told.
+std::shared_ptr<Window> LeftFor(const Window& next) {
+    const Pointer& pointer = ThePointer();
+    if (pointer.captured != nullptr || pointer.over == next.handle) {
+        return nullptr;
+    }
+    const std::shared_ptr<Window> left = Find(pointer.over);
+    return left != nullptr && left->leaveWanted ? left : nullptr;
+}
+
+MSG LeaveMessage(const Window& left, const PointerInput& input) {
+    return {left.handle, WM_MOUSELEAVE, 0, 0, input.timeMs, LastPointerPosition()};
+}
+
 LPARAM PointOf(const PointerInput& input, const Window& window) {
-    if (input.message == WM_MOUSELEAVE) {
-        return 0;
-    }
-    if (input.message == WM_MOUSEWHEEL) {
-        return MAKELPARAM(input.onScreen.x, input.onScreen.y);
-    }
-    return MAKELPARAM(input.onScreen.x - window.rect.left, input.onScreen.y - window.rect.top);
+    const POINT origin = input.message == WM_MOUSEWHEEL ? POINT{0, 0} : OriginOnScreen(window);
+    return MAKELPARAM(input.onScreen.x - origin.x, input.onScreen.y - origin.y);
 }
 
 UINT MessageOf(const PointerInput& input, const Window& window) {
@@ -90,7 +88,11 @@ void AskForCursor(Window& window, UINT message) {
 void LeaveIfOutside(HWND handle) {
     const std::shared_ptr<Window> window = Find(handle);
     const POINT onScreen = LastPointerPosition();
-    if (window != nullptr && window->leaveWanted && !Contains(window->rect, onScreen)) {
+    if (window == nullptr || !window->leaveWanted) {
+        return;
+    }
+    const auto under = WindowAt(onScreen, TopLevelOf(*window).handle);
+    if (under == nullptr || under->handle != handle) {
         PutPointerInput({handle, WM_MOUSELEAVE, 0, 0, onScreen, false, MessageTimeMs()});
     }
 }
@@ -105,56 +107,46 @@ void MoveCapture(HWND next) {
     if (loser == nullptr) {
         return;
     }
-    loser->surface->GrabPointer(false);
+    SurfaceOf(*loser).GrabPointer(false);
     Send(*loser, WM_CAPTURECHANGED, 0, reinterpret_cast<LPARAM>(next));
     LeaveIfOutside(previous);
 }
 
 } // namespace
 
-void PutPointerInput(const PointerInput& input) {
-    Pointer& pointer = ThePointer();
-    if (input.message != WM_MOUSELEAVE) {
-        pointer.onScreen = input.onScreen;
+std::optional<MSG> MessageFor(const PointerInput& input) {
+    const std::shared_ptr<Window> window = TargetOf(input);
+    if (window == nullptr) {
+        return std::nullopt;
     }
-    auto& inputs = pointer.inputs;
-    const bool sameMove = !inputs.empty() && input.message == WM_MOUSEMOVE &&
-                          inputs.back().message == WM_MOUSEMOVE &&
-                          inputs.back().source == input.source && inputs.back().keys == input.keys;
-    if (sameMove) {
-        inputs.back() = input;
-    } else {
-        inputs.push_back(input);
+    if (input.message == WM_MOUSELEAVE) {
+        return LeaveMessage(*window, input);
+    }
+    if (const auto left = LeftFor(*window)) {
+        return LeaveMessage(*left, input);
+    }
+    return MSG{window->handle, MessageOf(input, *window),
+               KeysOf(input),  PointOf(input, *window),
+               input.timeMs,   input.onScreen};
+}
+
+void PointerMessageFetched(const MSG& message) {
+    const std::shared_ptr<Window> window = Find(message.hwnd);
+    if (window == nullptr) {
+        return;
+    }
+    if (message.message != WM_MOUSELEAVE) {
+        AskForCursor(*window, message.message);
+        return;
+    }
+    window->leaveWanted = false;
+    if (ThePointer().over == message.hwnd) {
+        ThePointer().over = nullptr;
     }
 }
 
-std::optional<MSG> TakePointerInput(const MessageFilter& filter, bool remove) {
-    auto& inputs = ThePointer().inputs;
-    for (auto input = inputs.begin(); input != inputs.end();) {
-        const std::shared_ptr<Window> window = TargetOf(*input);
-        if (window == nullptr) {
-            input = inputs.erase(input);
-            continue;
-        }
-        const UINT message = MessageOf(*input, *window);
-        if (!filter.Takes(window->handle, message)) {
-            ++input;
-            continue;
-        }
-        const MSG taken{window->handle,           message,       KeysOf(*input),
-                        PointOf(*input, *window), input->timeMs, input->onScreen};
-        if (!remove) {
-            return taken;
-        }
-        inputs.erase(input);
-        if (message == WM_MOUSELEAVE) {
-            window->leaveWanted = false;
-        } else {
-            AskForCursor(*window, message);
-        }
-        return taken;
-    }
-    return std::nullopt;
+void SetPointerPosition(POINT onScreen) {
+    ThePointer().onScreen = onScreen;
 }
 
 POINT LastPointerPosition() {
@@ -162,7 +154,8 @@ POINT LastPointerPosition() {
 }
 
 void DropCaptureOf(HWND window) {
-    if (ThePointer().captured == window) {
+    const HWND captured = ThePointer().captured;
+    if (captured != nullptr && IsWithin(captured, window)) {
         MoveCapture(nullptr);
     }
 }
@@ -180,8 +173,8 @@ HWND SetCapture(HWND handle) {
         return nullptr;
     }
     windowing::MoveCapture(handle);
-    if (ThePointer().captured == handle && window->visible) {
-        window->surface->GrabPointer(true);
+    if (ThePointer().captured == handle && windowing::Shows(*window)) {
+        windowing::SurfaceOf(*window).GrabPointer(true);
     }
     return previous;
 }
@@ -221,7 +214,7 @@ HCURSOR SetCursor(HCURSOR cursor) {
     const HCURSOR previous = std::exchange(ThePointer().cursor, cursor);
     const std::shared_ptr<Window> window = Find(ThePointer().over);
     if (window != nullptr) {
-        window->surface->SetPointerShape(windowing::ShapeOf(cursor));
+        windowing::SurfaceOf(*window).SetPointerShape(windowing::ShapeOf(cursor));
     }
     return previous;
 }

@@ -1,8 +1,6 @@
 // The pointer: what it does, as the windows are told of it, and who has captured it. Knows nothing
-// of Qt's events; surfaces report here where the pointer is on the screen.
+// of Qt's events; surfaces report where the pointer is on the screen.
 #pragma once
-
-#include "windowing/message_queue.h"
 
 #include <windows.h>
 
@@ -18,20 +16,23 @@ struct PointerInput {
     WORD keys = 0;         // MK_...
     short wheelDelta = 0;
     POINT onScreen{};
-    bool secondPress = false; // WM_LBUTTONDOWN or WM_RBUTTONDOWN that makes a double click
+    bool secondPress = false; // a button's press that makes a double click
     DWORD timeMs = 0;
 };
 
 // All of this is of the thread that has the windows alone.
 
-// Moves that nobody has fetched yet are one.
-void PutPointerInput(const PointerInput& input);
-// With `remove` the window is asked for its cursor first, as it is before each mouse message.
-std::optional<MSG> TakePointerInput(const MessageFilter& filter, bool remove);
+// Nothing when it concerns no window. WM_MOUSELEAVE in place of the input itself: that comes after.
+std::optional<MSG> MessageFor(const PointerInput& input);
+// The message is about to be handed out. The window is asked for its cursor first, as it is before
+// each mouse message.
+void PointerMessageFetched(const MSG& message);
+
+void SetPointerPosition(POINT onScreen);
 // Where the pointer was last heard of.
 POINT LastPointerPosition();
 
-// The window goes or hides.
+// The window, or what it stands in, goes, hides or is disabled.
 void DropCaptureOf(HWND window);
 
 } // namespace windowing

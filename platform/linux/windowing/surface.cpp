@@ -1,13 +1,16 @@
 #include "windowing/surface.h"
 
+#include "windowing/input_queue.h"
 #include "windowing/pixels.h"
 #include "windowing/placement.h"
+#include "windowing/qt_input.h"
 #include "windowing/window.h"
 
 #include <algorithm>
 #include <utility>
 
 #include <QCloseEvent>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
@@ -34,21 +37,6 @@ Qt::WindowFlags FlagsFor(const Window& window) {
         flags |= Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint;
     }
     return flags;
-}
-
-WORD KeysOf(Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers) {
-    WPARAM keys = 0;
-    keys |= buttons.testFlag(Qt::LeftButton) ? MK_LBUTTON : 0;
-    keys |= buttons.testFlag(Qt::RightButton) ? MK_RBUTTON : 0;
-    keys |= buttons.testFlag(Qt::MiddleButton) ? MK_MBUTTON : 0;
-    keys |= modifiers.testFlag(Qt::ShiftModifier) ? MK_SHIFT : 0;
-    keys |= modifiers.testFlag(Qt::ControlModifier) ? MK_CONTROL : 0;
-    return static_cast<WORD>(keys);
-}
-
-POINT OnScreen(const QSinglePointEvent& event) {
-    const QPoint point = event.globalPosition().toPoint();
-    return {point.x(), point.y()};
 }
 
 bool Same(const RECT& one, const RECT& other) {
@@ -161,45 +149,52 @@ void Surface::paintEvent(QPaintEvent* event) {
     painter.drawImage(part.topLeft(), picture_, part);
 }
 
-void Surface::PutButton(const QMouseEvent& event, UINT leftMessage, UINT rightMessage,
-                        bool second) {
-    if (event.button() != Qt::LeftButton && event.button() != Qt::RightButton) {
-        return;
-    }
-    PutPointerInput({window_, event.button() == Qt::LeftButton ? leftMessage : rightMessage,
-                     KeysOf(event.buttons(), event.modifiers()), 0, OnScreen(event), second,
-                     MessageTimeMs()});
-}
-
+// Without a window manager nobody else gives a window the keyboard that is clicked on.
 void Surface::mousePressEvent(QMouseEvent* event) {
-    PutButton(*event, WM_LBUTTONDOWN, WM_RBUTTONDOWN, false);
+    if (managed_ && !isActiveWindow()) {
+        activateWindow();
+    }
+    ReportPress(window_, *event);
 }
 
 void Surface::mouseReleaseEvent(QMouseEvent* event) {
-    PutButton(*event, WM_LBUTTONUP, WM_RBUTTONUP, false);
+    ReportRelease(window_, *event);
 }
 
-// Comes in place of the second press.
 void Surface::mouseDoubleClickEvent(QMouseEvent* event) {
-    PutButton(*event, WM_LBUTTONDOWN, WM_RBUTTONDOWN, true);
+    ReportSecondPress(window_, *event);
 }
 
 void Surface::mouseMoveEvent(QMouseEvent* event) {
-    PutPointerInput({window_, WM_MOUSEMOVE, KeysOf(event->buttons(), event->modifiers()), 0,
-                     OnScreen(*event), false, MessageTimeMs()});
+    ReportMove(window_, *event);
 }
 
 void Surface::wheelEvent(QWheelEvent* event) {
-    const auto delta = static_cast<short>(std::clamp(event->angleDelta().y(), -0x7FFF, 0x7FFF));
-    if (delta != 0) {
-        PutPointerInput({window_, WM_MOUSEWHEEL, KeysOf(event->buttons(), event->modifiers()),
-                         delta, OnScreen(*event), false, MessageTimeMs()});
-    }
+    ReportWheel(window_, *event);
     event->accept();
 }
 
 void Surface::leaveEvent(QEvent* /*event*/) {
-    PutPointerInput({window_, WM_MOUSELEAVE, 0, 0, {}, false, MessageTimeMs()});
+    ReportLeave(window_);
+}
+
+void Surface::keyPressEvent(QKeyEvent* event) {
+    ReportKey(window_, *event, true);
+}
+
+void Surface::keyReleaseEvent(QKeyEvent* event) {
+    ReportKey(window_, *event, false);
+}
+
+bool Surface::focusNextPrevChild(bool /*next*/) {
+    return false;
+}
+
+void Surface::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::ActivationChange && managed_ && OnX11()) {
+        PutActivation({window_, isActiveWindow()});
+    }
+    QWidget::changeEvent(event);
 }
 
 // The window manager only asks; what becomes of it is the window's business.

@@ -2,7 +2,6 @@
 // Qt's that shows one picture. Knows its window by its handle.
 #pragma once
 
-#include "windowing/pointer.h"
 #include "windowing/x11.h"
 
 #include <windows.h>
@@ -44,12 +43,15 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void leaveEvent(QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void moveEvent(QMoveEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
-    void PutButton(const QMouseEvent& event, UINT leftMessage, UINT rightMessage, bool second);
+    bool focusNextPrevChild(bool next) override; // the keyboard goes where windows put it
     void TellWindowOfMove();
     void ApplyRegions();
 

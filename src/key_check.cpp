@@ -1,0 +1,76 @@
+#include "key_check.h"
+
+#include "internet.h"
+#include "service_url.h"
+#include "thread_start.h"
+
+#include <utility>
+
+namespace {
+
+constexpr int kResolveTimeoutMs = 8000;
+constexpr int kConnectTimeoutMs = 8000;
+constexpr int kSendTimeoutMs = 6000;
+constexpr int kReceiveTimeoutMs = 6000;
+
+// The status of the answer, 0 for none; whatever came of the body is in `body`.
+DWORD FetchKeyStatus(const WideString& key, std::string& body) {
+    const InternetHandle session = OpenInternet();
+    const auto address = CrackServiceUrl();
+    const KeyStatusAccess access = AccessToKeyStatus();
+    if (!session || !address) {
+        return 0;
+    }
+    const InternetHandle connection(
+        WinHttpConnect(session.get(), address->host.c_str(), access.port, 0));
+    if (!connection) {
+        return 0;
+    }
+    const WideString path = TEXT("/key/status?access_key=") + key;
+    const InternetHandle request(
+        WinHttpOpenRequest(connection.get(), TEXT("GET"), path.c_str(), nullptr, WINHTTP_NO_REFERER,
+                           WINHTTP_DEFAULT_ACCEPT_TYPES, access.https ? WINHTTP_FLAG_SECURE : 0));
+    if (!request) {
+        return 0;
+    }
+    WinHttpSetTimeouts(request.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
+                       kReceiveTimeoutMs);
+    if (!WinHttpSendRequest(request.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, nullptr, 0, 0, 0) ||
+        !WinHttpReceiveResponse(request.get(), nullptr)) {
+        return 0;
+    }
+    const DWORD status = ReadStatus(request.get());
+    ReadBody(request.get(), body);
+    return status;
+}
+
+void PostAnswer(const KeyCheckTask& task, const KeyCheckResult& answer) {
+    auto result = std::make_unique<KeyCheckResult>(answer);
+    if (PostMessageW(task.window, kMsgKeyStatus, reinterpret_cast<WPARAM>(task.asker),
+                     reinterpret_cast<LPARAM>(result.get()))) {
+        result.release(); // now the receiver's
+    }
+}
+
+void RunKeyCheck(const KeyCheckTask& task) {
+    std::string body;
+    const DWORD status = FetchKeyStatus(task.key, body);
+    if (!task.flags->checkCancelled) {
+        PostAnswer(task, ReadKeyAnswer(status, body));
+    }
+    task.flags->checkInFlight = false;
+    PostMessageW(task.window, kMsgKeyCheckEnded, 0, 0); // behind the flag: a new check may start
+}
+
+} // namespace
+
+bool StartKeyCheckThread(KeyCheckTask task) {
+    const std::shared_ptr<KeyCheckFlags> flags = task.flags;
+    std::thread thread;
+    if (!StartThread(thread, [task = std::move(task)] { RunKeyCheck(task); })) {
+        flags->checkInFlight = false;
+        return false;
+    }
+    thread.detach();
+    return true;
+}

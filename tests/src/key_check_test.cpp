@@ -1,0 +1,233 @@
+#include "popup_probe.h"
+#include "scripted_service.h"
+#include "stored_values.h"
+#include "test_service_url.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Holds answers back until it is opened.
+class Gate {
+public:
+    void Open() {
+        const std::lock_guard lock(mutex_);
+        open_ = true;
+        opened_.notify_all();
+    }
+    void Pass() {
+        std::unique_lock lock(mutex_);
+        opened_.wait(lock, [this] { return open_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable opened_;
+    bool open_ = false;
+};
+
+// Keys that begin with "good" are valid.
+ScriptedAnswer Judge(const ScriptedRequest& request) {
+    const bool good = request.target.find("access_key=good") != std::string::npos;
+    return {.body = good ? R"({"valid":true,"unlimited":true})" : R"({"valid":false})"};
+}
+
+class KeyCheck : public testing::Test {
+protected:
+    KeyCheck() {
+        SetServiceUrl(service.Url());
+        SetKeyStatusAccess({service.Port(), false});
+        service.SetHandler(Judge);
+    }
+    bool Becomes(KeyStatus status) {
+        return probe.PumpUntil([&] { return probe.Status() == status; });
+    }
+    bool Idle() {
+        return probe.PumpUntil([&] { return !probe.CheckInFlight(); });
+    }
+
+    ScriptedService service;
+    PopupProbe probe;
+};
+
+TEST_F(KeyCheck, AsksOnceTheUserHasStoppedTyping) {
+    probe.Type("good-1");
+    EXPECT_EQ(probe.Status(), KeyStatusChecking) << "from the first character on";
+    EXPECT_TRUE(probe.Animated());
+    ASSERT_TRUE(Becomes(KeyStatusValid));
+    EXPECT_EQ(probe.StatusText(), "Valid  ·  Unlimited");
+    EXPECT_FALSE(probe.Animated());
+    ASSERT_EQ(service.Requests().size(), 1u);
+    EXPECT_EQ(service.Requests()[0].method, "GET");
+    EXPECT_EQ(service.Requests()[0].target, "/key/status?access_key=good-1");
+    EXPECT_EQ(service.Requests()[0].Header("User-Agent"), "KelvarinClient/1.0");
+    EXPECT_EQ(service.Requests()[0].Header("Content-Type"), "");
+    probe.Type("x"); // another key
+    probe.SetKey("bad");
+    EXPECT_TRUE(Becomes(KeyStatusInvalid));
+    EXPECT_EQ(service.Requests().size(), 2u);
+}
+
+TEST_F(KeyCheck, AnEmptiedFieldShowsNothingAndGetsNoAnswer) {
+    Gate gate;
+    service.SetHandler([&](const ScriptedRequest& request) {
+        gate.Pass();
+        return Judge(request);
+    });
+    probe.SetKey("good");
+    probe.Popup().Show(); // asks at once
+    ASSERT_TRUE(service.WaitForRequests(1));
+    probe.SetKey("");
+    EXPECT_EQ(probe.Status(), KeyStatusNone);
+    gate.Open();
+    ASSERT_TRUE(Idle());
+    probe.Pump();
+    EXPECT_EQ(probe.Status(), KeyStatusNone);
+}
+
+TEST_F(KeyCheck, AnAnswerAboutAnotherKeyIsDroppedAndTheNewKeyAskedAboutAtOnce) {
+    Gate gate;
+    service.SetHandler([&](const ScriptedRequest& request) {
+        gate.Pass();
+        return Judge(request);
+    });
+    probe.SetKey("bad");
+    probe.Popup().Show();
+    ASSERT_TRUE(service.WaitForRequests(1));
+    probe.SetKey("good");
+    // Its own check finds the first one still in flight.
+    ASSERT_TRUE(probe.PumpUntil([&] { return !probe.Debouncing(); }));
+    EXPECT_EQ(service.Requests().size(), 1u);
+    gate.Open();
+    bool refused = false;
+    ASSERT_TRUE(probe.PumpUntil([&] {
+        refused = refused || probe.Status() == KeyStatusInvalid;
+        return probe.Status() == KeyStatusValid;
+    }));
+    EXPECT_FALSE(refused) << "the first answer was about another key";
+    EXPECT_EQ(service.Requests().size(), 2u);
+}
+
+TEST_F(KeyCheck, AKeyTakenOutAndPutBackDuringACheckIsAskedAboutAgain) {
+    Gate gate;
+    service.SetHandler([&](const ScriptedRequest& request) {
+        gate.Pass();
+        return Judge(request);
+    });
+    probe.SetKey("good");
+    probe.Popup().Show();
+    ASSERT_TRUE(service.WaitForRequests(1));
+    probe.SetKey("");
+    probe.SetKey("good");
+    ASSERT_TRUE(probe.PumpUntil([&] { return !probe.Debouncing(); }));
+    gate.Open();
+    EXPECT_TRUE(Becomes(KeyStatusValid)) << "the first answer was cancelled";
+}
+
+TEST_F(KeyCheck, RepeatsItselfForAKeyThatWorksOrIsUsedUpOnly) {
+    std::atomic<bool> granted{false};
+    service.SetHandler([&](const ScriptedRequest&) {
+        return ScriptedAnswer{.body = granted ? R"({"valid":true,"initial_seconds":60})"
+                                              : R"({"valid":false,"reason":"quota_exceeded"})"};
+    });
+    probe.SetKey("key");
+    probe.Popup().Show();
+    ASSERT_TRUE(Becomes(KeyStatusQuotaExhausted));
+    ASSERT_TRUE(Idle());
+    granted = true;
+    probe.RefreshTimer();
+    EXPECT_EQ(probe.Status(), KeyStatusChecking);
+    ASSERT_TRUE(Becomes(KeyStatusValid)) << "recovered by itself";
+    ASSERT_TRUE(Idle());
+    service.SetHandler([](const ScriptedRequest&) { return ScriptedAnswer{.status = 503}; });
+    probe.RefreshTimer();
+    ASSERT_TRUE(Becomes(KeyStatusUnavailable));
+    ASSERT_TRUE(Idle());
+    const std::size_t asked = service.Requests().size();
+    probe.RefreshTimer();
+    EXPECT_EQ(probe.Status(), KeyStatusUnavailable);
+    EXPECT_EQ(service.Requests().size(), asked);
+    service.SetHandler(Judge);
+    probe.SetKey("good");
+    EXPECT_TRUE(Becomes(KeyStatusValid)) << "a new edit asks again";
+}
+
+TEST_F(KeyCheck, AServiceThatCannotBeReachedIsSaidToBeSo) {
+    service.Stop();
+    probe.SetKey("good");
+    probe.Popup().Show();
+    ASSERT_TRUE(Becomes(KeyStatusUnavailable));
+    EXPECT_EQ(probe.StatusText(), "Unable to fetch status");
+    ASSERT_TRUE(Idle());
+    service.Start();
+    probe.Popup().Show();
+    EXPECT_TRUE(Becomes(KeyStatusValid));
+}
+
+TEST_F(KeyCheck, AStoredKeyIsCheckedWithThePopupStillHidden) {
+    WriteStoredText(probe.Store(), TEXT("access_key"), TEXT("good"));
+    probe.Restart();
+    EXPECT_EQ(probe.Status(), KeyStatusChecking);
+    EXPECT_TRUE(Becomes(KeyStatusValid));
+    EXPECT_FALSE(probe.Popup().IsVisible());
+}
+
+TEST_F(KeyCheck, AnAnswerMayComeWhenThePopupIsGone) {
+    Gate gate;
+    std::atomic<int> answered{0};
+    service.SetHandler([&](const ScriptedRequest& request) {
+        gate.Pass();
+        ++answered;
+        return Judge(request);
+    });
+    probe.SetKey("good");
+    probe.Popup().Show();
+    ASSERT_TRUE(service.WaitForRequests(1));
+    const auto flags = probe.Flags();
+    probe.DestroyPopup();
+    gate.Open();
+    EXPECT_TRUE(probe.PumpUntil([&] { return !flags->checkInFlight; }));
+    EXPECT_EQ(answered, 1);
+}
+
+TEST_F(KeyCheck, OddKeysAreSentAsTheyStandOrNotAtAll) {
+    for (const char* key : {"a b&c#d\"e", "ключ", "%41"}) {
+        probe.SetKey(key);
+        probe.Popup().Show();
+        EXPECT_TRUE(probe.PumpUntil([&] {
+            return !probe.CheckInFlight() && probe.Status() != KeyStatusChecking;
+        })) << key;
+        probe.Popup().Hide();
+    }
+    probe.SetKey(std::string(10000, 'k'));
+    probe.Popup().Show();
+    EXPECT_TRUE(Becomes(KeyStatusInvalid));
+    EXPECT_EQ(service.Requests().back().target.size(),
+              std::string("/key/status?access_key=").size() + 255);
+}
+
+TEST_F(KeyCheck, NeverHoldsUpTheWindowsThread) {
+    Gate gate;
+    service.SetHandler([&](const ScriptedRequest& request) {
+        gate.Pass();
+        return Judge(request);
+    });
+    probe.SetKey("good");
+    probe.Popup().Show();
+    ASSERT_TRUE(service.WaitForRequests(1));
+    // Messages are served although the service does not answer.
+    const float before = probe.Phase();
+    EXPECT_TRUE(probe.PumpUntil([&] { return probe.Phase() != before; }));
+    EXPECT_TRUE(probe.CheckInFlight());
+    gate.Open();
+    EXPECT_TRUE(Becomes(KeyStatusValid));
+}
+
+} // namespace
