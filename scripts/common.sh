@@ -37,6 +37,9 @@ screen_packages=(
     imagemagick openbox picom trayer x11-utils x11-xserver-utils xdotool xvfb)
 test_packages=(
     googletest libbenchmark-dev libgtest-dev libsamplerate0-dev libspeexdsp-dev)
+deb_packages=(appstream desktop-file-utils dpkg-dev file git)
+zip_packages=(binutils-mingw-w64-x86-64 g++-mingw-w64-x86-64-posix git icoutils unzip zip)
+clean_root_packages=(curl debootstrap iproute2 pocketsphinx-testdata procps systemd-container)
 windows_packages=(g++-mingw-w64-x86-64-posix googletest wine wine64)
 check_packages=(clang-format clang-tidy)
 
@@ -70,4 +73,16 @@ build() {
         tail -n 60 "$log" >&2
         fail "the build of $preset failed; all it said is in build/$preset.log"
     fi
+}
+
+# The version that CMake has found in the project; behind a build.
+built_version() { sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$root/build/$1/CMakeCache.txt"; }
+
+# The time that everything in a package gets, so that building the same sources again gives the same
+# bytes: that of the last commit, or of this file where there is no history.
+set_release_time() {
+    SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --format=%ct 2>/dev/null ||
+        stat -c %Y "${BASH_SOURCE[0]}")}
+    QT_RCC_SOURCE_DATE_OVERRIDE=$SOURCE_DATE_EPOCH # for the icons in the program
+    export SOURCE_DATE_EPOCH QT_RCC_SOURCE_DATE_OVERRIDE
 }
