@@ -67,8 +67,8 @@ struct Client {
             client->GetMixFormat(format.Receive());
         }
     }
-    HRESULT Initialize(DWORD flags) {
-        return client->Initialize(AUDCLNT_SHAREMODE_SHARED, flags, kOneSecond, 0, format.get(),
+    HRESULT Initialize(DWORD flags, REFERENCE_TIME buffer = kOneSecond) {
+        return client->Initialize(AUDCLNT_SHAREMODE_SHARED, flags, buffer, 0, format.get(),
                                   nullptr);
     }
 
@@ -99,10 +99,11 @@ std::pair<HRESULT, std::u16string> DefaultOf(EDataFlow flow) {
 
 // A stream as the program opens it: a microphone has an event, loopback is polled.
 struct Capture : Client {
-    explicit Capture(const std::u16string& id) : Client(id) {
+    explicit Capture(const std::u16string& id, REFERENCE_TIME buffer = kOneSecond) : Client(id) {
         const bool loopback = id.starts_with(u"render:");
-        if (!client || FAILED(Initialize(loopback ? AUDCLNT_STREAMFLAGS_LOOPBACK
-                                                  : AUDCLNT_STREAMFLAGS_EVENTCALLBACK))) {
+        const DWORD flags =
+            loopback ? AUDCLNT_STREAMFLAGS_LOOPBACK : AUDCLNT_STREAMFLAGS_EVENTCALLBACK;
+        if (!client || FAILED(Initialize(flags, buffer))) {
             return;
         }
         if (!loopback) {
@@ -305,29 +306,85 @@ INSTANTIATE_TEST_SUITE_P(Formats, AudioRoute,
                                     std::to_string(route.param.sampleRate);
                          });
 
+// What a reader finds each time it is woken.
+struct Burst {
+    int packets = 0;
+    int withSound = 0;
+};
+
+Burst ReadBurst(const Capture& capture) {
+    Burst burst;
+    for (UINT32 frames = capture.WaitForPacket() ? 1 : 0; frames > 0; ++burst.packets) {
+        const Packet packet = ReadPacket(capture, 2);
+        burst.withSound += (packet.flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 ? 1 : 0;
+        capture.packets->GetNextPacketSize(&frames);
+    }
+    return burst;
+}
+
+int MedianPackets(std::vector<Burst> bursts) {
+    const auto middle = bursts.begin() + static_cast<std::ptrdiff_t>(bursts.size() / 2);
+    std::nth_element(bursts.begin(), middle, bursts.end(),
+                     [](const Burst& one, const Burst& two) { return one.packets < two.packets; });
+    return middle->packets;
+}
+
 // The device idles: nobody but the capture asks for a short way. How late sound comes is measured
 // where the whole program is.
-TEST(AudioStream, PacketsComeFewAtATime) {
+TEST(AudioStream, SilenceGathersForOneWakeUpAndSoundDoesNot) {
     SoundServer server;
     server.AddSink("sink", 48000, 2);
     server.AddMicrophone("mic", 48000, 2);
-    for (const std::u16string id : {u"render:sink", u"capture:mic"}) {
-        const Capture capture(id);
+    const std::vector<float> tone(96'000, 0.5F); // one second
+    for (const bool microphone : {false, true}) {
+        const Capture capture(microphone ? u"capture:mic" : u"render:sink");
         ASSERT_TRUE(capture.hasStarted);
-        std::vector<int> bursts;
-        while (bursts.size() < 30) {
-            ASSERT_TRUE(capture.WaitForPacket());
-            int packets = 0;
-            for (UINT32 frames = 1; frames > 0; ++packets) {
-                ReadPacket(capture, 2);
-                ASSERT_EQ(capture.packets->GetNextPacketSize(&frames), S_OK);
-            }
-            bursts.push_back(packets);
+        std::vector<Burst> silence;
+        while (silence.size() < 20) {
+            silence.push_back(ReadBurst(capture));
+            ASSERT_GT(silence.back().packets, 0);
         }
-        std::nth_element(bursts.begin(), bursts.begin() + 15, bursts.end());
-        // Who polls may take silence up to 50 ms late.
-        EXPECT_LE(bursts[15], id == u"capture:mic" ? 3 : 7);
+        EXPECT_GE(MedianPackets(silence), 5);
+        EXPECT_LE(MedianPackets(silence), 8);
+
+        SoundPlayer player(microphone ? "mic_speaker" : "sink", 48000, 2, 400);
+        player.Play(tone);
+        Burst burst;
+        while (burst.withSound == 0) {
+            burst = ReadBurst(capture); // the last of the silence is in it
+            ASSERT_GT(burst.packets, 0);
+        }
+        EXPECT_LE(burst.withSound, 4);
+        std::vector<Burst> sound;
+        while (sound.size() < 10) {
+            sound.push_back(ReadBurst(capture));
+            ASSERT_GT(sound.back().withSound, 0);
+        }
+        EXPECT_LE(MedianPackets(sound), 4);
     }
+}
+
+TEST(AudioStream, SilenceReachesAReaderWhoseBufferIsTooShortToGatherIt) {
+    SoundServer server;
+    server.AddMicrophone("mic", 48000, 2);
+    const Capture capture(u"capture:mic", kOneSecond / 20);
+    ASSERT_TRUE(capture.hasStarted);
+    EXPECT_TRUE(capture.WaitForNews());
+}
+
+TEST(AudioStream, StopHandsOnTheSilenceThatHasGathered) {
+    SoundServer server;
+    server.AddMicrophone("mic", 48000, 2);
+    const Capture capture(u"capture:mic");
+    ASSERT_TRUE(capture.hasStarted);
+    const auto end = Clock::now() + kPatience;
+    for (UINT32 frames = 0; frames == 0; std::this_thread::yield()) {
+        ASSERT_EQ(capture.packets->GetNextPacketSize(&frames), S_OK);
+        ASSERT_LT(Clock::now(), end);
+    }
+    ResetEvent(capture.event.get());
+    EXPECT_EQ(capture.client->Stop(), S_OK);
+    EXPECT_EQ(WaitForSingleObject(capture.event.get(), 0), WAIT_OBJECT_0);
 }
 
 // ---- What goes away ---------------------------------------------------------------------------

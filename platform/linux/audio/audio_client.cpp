@@ -78,7 +78,7 @@ public:
         if (stream_->Packets().HasPacket()) {
             *frames = stream_->FramesPerPacket();
         } else if (polled_) {
-            process::SleepUntilReady(stream_->SoundReady());
+            process::SleepUntilReady(stream_->PacketsReady());
         }
         return S_OK;
     }

@@ -11,6 +11,10 @@ namespace {
 constexpr std::uint32_t kPacketsPerSecond = 100;
 // Fewer to a fragment cost wake-ups and gained nothing that was measurable.
 constexpr std::size_t kPacketsPerFragment = 3;
+// Silence is handed on two fragments at a time: nobody hears it late, and every wake-up that it
+// does without is one that the processor sleeps through. More would make a reader that is to stop
+// notice it later, since it may look at nothing else meanwhile.
+constexpr std::size_t kSilenceToGather = 2 * kPacketsPerFragment;
 
 } // namespace
 
@@ -23,6 +27,8 @@ std::uint32_t PacketFrames(const Endpoint& endpoint) {
 CaptureStream::CaptureStream(std::shared_ptr<ServerConnection> connection, const Endpoint& endpoint,
                              std::size_t slackPackets)
     : connection_(std::move(connection)), packetFrames_(PacketFrames(endpoint)),
+      // Nothing may be lost for it in a short buffer.
+      silenceToGather_(std::min(kSilenceToGather, slackPackets / 2)),
       packets_(std::size_t{packetFrames_} * endpoint.format.channels, slackPackets) {}
 
 CaptureStream::~CaptureStream() {
@@ -85,6 +91,9 @@ bool CaptureStream::Stop() {
     const bool stopped = Cork(lock, true);
     // What was on its way has come before the answer: from here on there is a gap.
     packets_.BreakSequence();
+    if (packets_.HasPacket()) {
+        WakeReader(); // no more silence will gather
+    }
     return stopped;
 }
 
@@ -104,10 +113,7 @@ void CaptureStream::OnState(pa_stream* stream, void* user) {
     auto* self = static_cast<CaptureStream*>(user);
     if (!PA_STREAM_IS_GOOD(pa_stream_get_state(stream))) {
         self->alive_.store(false, std::memory_order_release);
-        self->soundReady_->Set();
-        if (self->readyEvent_ != nullptr) {
-            SetEvent(self->readyEvent_);
-        }
+        self->WakeReader();
     }
     self->connection_->WakeWaiters();
 }
@@ -124,13 +130,17 @@ void CaptureStream::TakeFragments() {
         ready = packets_.Write(data, bytes / sizeof(float)) || ready;
         pa_stream_drop(stream_.get());
     }
-    if (!ready) {
-        return;
+    // Taken in any case: a mark left over would wake the reader for silence later.
+    const bool sound = packets_.TakeSoundMark();
+    if (ready && (sound || packets_.Waiting() >= silenceToGather_)) {
+        WakeReader();
     }
+}
+
+void CaptureStream::WakeReader() {
+    packetsReady_->Set();
     if (readyEvent_ != nullptr) {
         SetEvent(readyEvent_);
-    } else if (packets_.TakeSoundMark()) {
-        soundReady_->Set();
     }
 }
 

@@ -17,7 +17,7 @@ std::uint32_t PacketFrames(const Endpoint& endpoint);
 
 // Open, Start, Stop and SetReadyEvent are called by one thread at a time, not the loop's; Packets
 // by the one thread that consumes; IsAlive by any. The loop's thread writes the ring, ends `alive_`
-// and sets the event, which the loop's lock guards together with the stream.
+// and sets the events, of which the loop's lock guards the caller's together with the stream.
 class CaptureStream {
 public:
     // Opens a stream that is stopped. Null when the device or the server is gone.
@@ -27,7 +27,7 @@ public:
     CaptureStream(const CaptureStream&) = delete;
     CaptureStream& operator=(const CaptureStream&) = delete;
 
-    // Set when a packet becomes ready and when the stream dies; not after the destructor.
+    // Set whenever PacketsReady is; not after the destructor.
     void SetReadyEvent(HANDLE event);
     // Each comes back once the server has done it; false when there is no server or no stream.
     bool Start();
@@ -36,9 +36,9 @@ public:
     bool IsAlive() const noexcept { return alive_.load(std::memory_order_acquire); }
     PacketRing& Packets() { return packets_; }
     std::uint32_t FramesPerPacket() const { return packetFrames_; }
-    // Set when a packet that is not silent becomes ready, and when the stream dies: what a thread
-    // waits for that polls. Silent packets can be taken a little later.
-    const std::shared_ptr<process::Event>& SoundReady() const { return soundReady_; }
+    // Set when a packet becomes ready that is not silent, when silent ones have gathered, when the
+    // stream stops with packets waiting, and when it dies: what a thread waits for that polls.
+    const std::shared_ptr<process::Event>& PacketsReady() const { return packetsReady_; }
 
 private:
     struct CloseStream {
@@ -55,13 +55,15 @@ private:
     bool Connect(const Endpoint& endpoint);
     bool Cork(const ServerConnection::Lock& lock, bool corked);
     void TakeFragments();
+    void WakeReader();
     static void OnState(pa_stream* stream, void* user);
     static void OnReadable(pa_stream* stream, std::size_t bytes, void* user);
 
     const std::shared_ptr<ServerConnection> connection_;
     const std::uint32_t packetFrames_;
+    const std::size_t silenceToGather_; // packets
     PacketRing packets_;
-    const std::shared_ptr<process::Event> soundReady_ =
+    const std::shared_ptr<process::Event> packetsReady_ =
         std::make_shared<process::Event>(false, false);
     std::atomic<bool> alive_{true}; // false once the device or the server has gone; for good
     HANDLE readyEvent_ = nullptr;   // the caller's; under the loop's lock

@@ -41,8 +41,8 @@ struct HeldPacket {
 // finishes has a number, dropped ones included, and a gap in the numbers is what makes a packet
 // discontinuous, whichever end was dropped.
 //
-// The consumer loads the tail before the head: a head loaded first could be older than the tail
-// that the producer has moved meanwhile.
+// Whoever loads both loads the tail before the head: a head loaded first could be older than the
+// tail that the producer has moved meanwhile.
 class PacketRing {
 public:
     PacketRing(std::size_t packetSamples, std::size_t slackPackets);
@@ -57,12 +57,17 @@ public:
     // The packet being filled has a seam in it.
     void BreakSequence() { ++sequence_; }
 
+    // ---- Both ----
+
+    // Packets that are readable, the held one included; to either side it may be the other's past.
+    std::size_t Waiting() const noexcept {
+        const std::uint64_t tail = tail_.load(std::memory_order_acquire);
+        return static_cast<std::size_t>(head_.load(std::memory_order_acquire) - (tail >> 1));
+    }
+
     // ---- Consumer ----
 
-    bool HasPacket() const noexcept {
-        const std::uint64_t tail = tail_.load(std::memory_order_acquire);
-        return (tail >> 1) < head_.load(std::memory_order_acquire);
-    }
+    bool HasPacket() const noexcept { return Waiting() > 0; }
     bool IsHolding() const noexcept { return held_; }
     // Holds the oldest packet; false when there is none. Not while holding.
     bool Hold(HeldPacket& packet) noexcept;

@@ -14,6 +14,7 @@ namespace process {
 // such as that it is to stop.
 void SleepUntilReady(const std::shared_ptr<Event>& ready);
 
-inline constexpr DWORD kLongestPollPauseMs = 30;
+// Longer than a capture stream lets silence gather, so that one wake-up serves for both.
+inline constexpr DWORD kLongestPollPauseMs = 70;
 
 } // namespace process
