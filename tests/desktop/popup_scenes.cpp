@@ -1,5 +1,6 @@
 // Puts the real settings popup into one state after the other on a real screen, for
 // scripts/screenshots.
+#include "dpi.h"
 #include "popup_probe.h"
 #include "scene.h"
 #include "scripted_endpoints.h"
@@ -70,6 +71,9 @@ void ShowControls(PopupProbe& popup) {
 } // namespace
 
 int main() {
+    HDC screen = GetDC(nullptr);
+    DpiScale = GetDeviceCaps(screen, LOGPIXELSX); // as the overlay would
+    ReleaseDC(nullptr, screen);
     ScriptedEndpoints devices;
     AddDevices(devices);
     PopupProbe popup;

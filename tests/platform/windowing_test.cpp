@@ -1,6 +1,6 @@
+#include "windowing/input_queue.h"
 #include "windowing/message_loop.h"
 #include "windowing/pixels.h"
-#include "windowing/input_queue.h"
 #include "windowing/pushed_picture.h"
 #include "windowing/timers.h"
 

@@ -35,6 +35,8 @@ public:
     // Whether the key did something.
     bool Key(WPARAM key);
     void Character(char16_t unit);
+    // What is marked goes to the clipboard, unless it is secret.
+    void GiveAway(bool cut);
     LRESULT Selection(DWORD* first, DWORD* last) const;
     void Select(int first, int last);
     void Colour(COLORREF text, COLORREF background);
@@ -53,7 +55,7 @@ Edit::Edit(const Window& window)
                                    Notify(*changed, EN_CHANGE);
                                }
                            })) {
-    field_->setText(QString::fromStdU16String(window.title));
+    field_->SetText(QString::fromStdU16String(window.title));
     Follow(window);
 }
 
@@ -79,10 +81,7 @@ void Edit::DrawOn(QPainter& painter) {
 
 // One notification, whether it is another text or not.
 void Edit::SetText(const Window& window, LPCWSTR text) {
-    field_->blockSignals(true);
-    field_->setText(text != nullptr ? QString::fromUtf16(text) : QString());
-    field_->blockSignals(false);
-    field_->setCursorPosition(0);
+    field_->SetText(text != nullptr ? QString::fromUtf16(text) : QString());
     Notify(window, EN_CHANGE);
 }
 
@@ -130,17 +129,21 @@ void Edit::Character(char16_t unit) {
     const char16_t high = std::exchange(highSurrogate_, u'\0');
     if (unit == kBackspace) {
         field_->backspace();
-    } else if (unit == kCopy) {
-        field_->copy(); // which a password field does not
-    } else if (unit == kCut) {
-        field_->cut();
+    } else if (unit == kCopy || unit == kCut) {
+        GiveAway(unit == kCut);
     } else if (unit == kPaste) {
         field_->Paste(false);
     } else if (unit == kUndo) {
-        field_->undo();
+        field_->TakeBack();
     } else if (unit >= u' ' && unit != kDelete) {
         std::u16string text = high != 0 ? std::u16string{high} : std::u16string();
         field_->insert(QString::fromStdU16String(text + unit));
+    }
+}
+
+void Edit::GiveAway(bool cut) {
+    if (field_->echoMode() == QLineEdit::Normal) {
+        cut ? field_->cut() : field_->copy();
     }
 }
 
@@ -252,15 +255,11 @@ bool HandlePointer(const Window& window, Edit& edit, UINT message, WPARAM wParam
     }
 }
 
-// Nothing is copied out of a password field.
-bool HandleClipboard(const Window& window, Edit& edit, UINT message) {
-    const bool secret = (window.style & ES_PASSWORD) != 0;
+bool HandleClipboard(Edit& edit, UINT message) {
     switch (message) {
     case WM_COPY:
     case WM_CUT:
-        if (!secret) {
-            message == WM_COPY ? edit.Field().copy() : edit.Field().cut();
-        }
+        edit.GiveAway(message == WM_CUT);
         return true;
     case WM_PASTE:
         edit.Field().Paste(false);
@@ -272,7 +271,7 @@ bool HandleClipboard(const Window& window, Edit& edit, UINT message) {
         return true;
     case WM_UNDO:
     case EM_UNDO:
-        edit.Field().undo();
+        edit.Field().TakeBack();
         return true;
     default:
         return false;
@@ -280,8 +279,7 @@ bool HandleClipboard(const Window& window, Edit& edit, UINT message) {
 }
 
 LRESULT Handle(Window& window, Edit& edit, UINT message, WPARAM wParam, LPARAM lParam) {
-    if (HandlePointer(window, edit, message, wParam, lParam) ||
-        HandleClipboard(window, edit, message)) {
+    if (HandlePointer(window, edit, message, wParam, lParam) || HandleClipboard(edit, message)) {
         return 0;
     }
     switch (message) {

@@ -3,6 +3,7 @@
 #include "windowing/qt_input.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 #include <QClipboard>
@@ -27,7 +28,10 @@ EditField::EditField(QWidget* surface, HWND topLevel, bool password, std::functi
         setInputMethodHints(Qt::ImhHiddenText | Qt::ImhSensitiveData | Qt::ImhNoPredictiveText |
                             Qt::ImhNoAutoUppercase);
     }
-    connect(this, &QLineEdit::textChanged, this, std::move(onChange));
+    connect(this, &QLineEdit::textChanged, this, [this, onChange = std::move(onChange)] {
+        before_ = std::exchange(now_, this->text());
+        onChange();
+    });
 }
 
 // ---- From the procedure -----------------------------------------------------------------------
@@ -53,6 +57,19 @@ void EditField::Release(QPoint point) {
     SendMouse(QEvent::MouseButtonRelease, point, Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
 }
 
+void EditField::SetText(const QString& text) {
+    blockSignals(true);
+    setText(text);
+    blockSignals(false);
+    now_ = text;
+    before_ = text;
+    setCursorPosition(0);
+}
+
+void EditField::TakeBack() {
+    setText(before_);
+}
+
 void EditField::InsertLine(const QString& text) {
     const auto end = std::find_if(text.begin(), text.end(), [](QChar character) {
         return character == u'\r' || character == u'\n' || character == u'\0';
@@ -68,9 +85,9 @@ void EditField::Paste(bool marked) {
 }
 
 void EditField::ShowMenu(QPoint onScreen) {
-    auto* const menu = new QMenu(this); // deletes itself
+    QMenu* const menu = std::make_unique<QMenu>(this).release(); // deletes itself
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    menu->addAction(tr("Undo"), this, &QLineEdit::undo)->setEnabled(isUndoAvailable());
+    menu->addAction(tr("Undo"), this, &EditField::TakeBack)->setEnabled(before_ != now_);
     menu->addSeparator();
     menu->addAction(tr("Paste"), this, [this] { Paste(false); });
     menu->addAction(tr("Delete"), this, &QLineEdit::del)->setEnabled(hasSelectedText());

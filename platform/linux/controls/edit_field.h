@@ -22,6 +22,11 @@ public:
     void Drag(QPoint point);
     void Release(QPoint point);
 
+    // By the program: nothing to be taken back, and nobody is told.
+    void SetText(const QString& text);
+    // Takes the last change back, and that again the next time. Qt's own would empty a field that
+    // shows no text.
+    void TakeBack();
     // What was marked is replaced. Only the first line of a text.
     void InsertLine(const QString& text);
     // Of the clipboard, or of what is marked somewhere on the screen.
@@ -44,6 +49,8 @@ private:
                    Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers);
 
     const HWND topLevel_;
+    QString now_;
+    QString before_;             // the last change
     bool fromProcedure_ = false; // what comes now has been reported
 };
 

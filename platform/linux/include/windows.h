@@ -123,7 +123,7 @@ BOOL ReleaseMutex(HANDLE mutex);
 BOOL CloseHandle(HANDLE object);
 
 // A thread that polls a capture client, and has just found it empty, sleeps until the client has
-// sound, at most 30 ms, where it asked for less.
+// sound or 60 ms of silence, at most 70 ms, where it asked for less.
 void Sleep(DWORD milliseconds);
 
 struct SYSTEMTIME {
