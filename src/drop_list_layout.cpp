@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -82,5 +83,7 @@ int DropListLayout::DraggedTop(int startTop, int startY, int y) const {
         return startTop;
     }
     const int product = (y - startY) * MaxTop();
-    return ClampTop(static_cast<int>(static_cast<float>(product) / travel + 0.5F) + startTop);
+    // Upwards, too, what is left of a row behind the half is cut off.
+    const float rows = std::trunc(static_cast<float>(product) / travel + 0.5F);
+    return ClampTop(static_cast<int>(rows) + startTop);
 }

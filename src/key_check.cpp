@@ -48,7 +48,7 @@ void PostAnswer(const KeyCheckTask& task, const KeyCheckResult& answer) {
     auto result = std::make_unique<KeyCheckResult>(answer);
     if (PostMessageW(task.window, kMsgKeyStatus, reinterpret_cast<WPARAM>(task.asker),
                      reinterpret_cast<LPARAM>(result.get()))) {
-        result.release(); // now the receiver's
+        static_cast<void>(result.release()); // now the receiver's
     }
 }
 
