@@ -2,6 +2,7 @@
 
 #include "com_ref.h"
 #include "dpi.h"
+#include "popup_probe.h"
 #include "stored_values.h"
 #include "test_picture.h"
 
@@ -61,7 +62,9 @@ void OverlayProbe::Exit() {
     if (overlay_ != nullptr) {
         overlay_->Exit();
         Pump();
+        const auto waitForChecks = PopupProbe::WaitForChecksOf(*overlay_->popup_);
         overlay_.reset();
+        waitForChecks();
     }
 }
 

@@ -39,9 +39,9 @@ PopupProbe::PopupProbe(const std::function<void(HKEY)>& prepare)
 }
 
 PopupProbe::~PopupProbe() {
-    if (popup_ != nullptr) {
-        PumpUntil([this] { return !CheckInFlight(); });
-        popup_.reset();
+    popup_.reset();
+    for (const auto& wait : waitForChecks_) {
+        wait();
     }
     RegCloseKey(key_);
     DestroyWindow(owner_);
@@ -52,6 +52,16 @@ void PopupProbe::MakePopup() {
         ++starts_;
         startedWith_ = config;
     });
+    waitForChecks_.push_back(WaitForChecksOf(*popup_));
+}
+
+std::function<void()> PopupProbe::WaitForChecksOf(const ConfigPopup& popup) {
+    return [flags = popup.checkFlags_] {
+        while (flags.use_count() > 1) {
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(1)); // the check goes on meanwhile
+        }
+    };
 }
 
 void PopupProbe::Restart() {

@@ -10,12 +10,13 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 class PopupProbe {
 public:
     // `prepare` may put values into the store before the popup reads them.
     explicit PopupProbe(const std::function<void(HKEY)>& prepare = nullptr);
-    // Waits for a check that is under way.
+    // Waits for checks that are under way.
     ~PopupProbe();
     PopupProbe(const PopupProbe&) = delete;
     PopupProbe& operator=(const PopupProbe&) = delete;
@@ -59,6 +60,10 @@ public:
     // The periodic check, without its half minute.
     void RefreshTimer() { SendMessageW(Window(), WM_TIMER, kRefreshTimerId, 0); }
 
+    // Waits until the popup's checks have ended, which may be after its own end: at the end of the
+    // process a thread may not be in the network's libraries any more.
+    static std::function<void()> WaitForChecksOf(const ConfigPopup& popup);
+
     std::unique_ptr<TestPicture> Card() const;
     std::unique_ptr<TestPicture> ButtonFace(int id, UINT state) const;
 
@@ -70,5 +75,6 @@ private:
     HKEY key_ = nullptr;
     int starts_ = 0;
     ConfigData startedWith_;
+    std::vector<std::function<void()>> waitForChecks_; // of each popup so far
     std::unique_ptr<ConfigPopup> popup_;
 };
