@@ -11,7 +11,7 @@ on_popup() { click 1 $((popup_x + $1)) $((popup_y + $2)); }
 
 # place_of NAME WINDOW: its place as NAME_x and NAME_y, once it is seen.
 place_of() {
-    wait_until 10 xdotool search --onlyvisible --name "^$2\$" || fail "the window $2 did not appear"
+    wait_until 30 xdotool search --onlyvisible --name "^$2\$" || fail "the window $2 did not appear"
     local X Y
     eval "$(xdotool search --onlyvisible --name "^$2\$" getwindowgeometry --shell | head -n 5)"
     printf -v "${1}_x" %s "$X"
