@@ -198,13 +198,16 @@ TEST_F(KeyCheck, AnAnswerMayComeWhenThePopupIsGone) {
 }
 
 TEST_F(KeyCheck, OddKeysAreSentAsTheyStandOrNotAtAll) {
-    for (const char* key : {"a b&c#d\"e", "ключ", "%41"}) {
+    for (const char* key : {"a b&c#d\"e", "ключ", "%41", "a\r\nX-Injected: b"}) {
         probe.SetKey(key);
         probe.Popup().Show();
         EXPECT_TRUE(probe.PumpUntil([&] {
             return !probe.CheckInFlight() && probe.Status() != KeyStatusChecking;
         })) << key;
         probe.Popup().Hide();
+    }
+    for (const ScriptedRequest& request : service.Requests()) {
+        EXPECT_EQ(request.Header("X-Injected"), "") << "a line break must not end the request line";
     }
     probe.SetKey(std::string(10000, 'k'));
     probe.Popup().Show();
