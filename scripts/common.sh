@@ -36,7 +36,7 @@ font_packages=(
 screen_packages=(
     imagemagick openbox picom trayer x11-utils x11-xserver-utils xdotool xvfb)
 test_packages=(
-    googletest libbenchmark-dev libgtest-dev libsamplerate0-dev libspeexdsp-dev)
+    googletest libbenchmark-dev libgmock-dev libgtest-dev libsamplerate0-dev libspeexdsp-dev)
 deb_packages=(appstream desktop-file-utils dpkg-dev file git)
 zip_packages=(binutils-mingw-w64-x86-64 g++-mingw-w64-x86-64-posix git icoutils unzip zip)
 clean_root_packages=(curl debootstrap iproute2 pocketsphinx-testdata procps systemd-container)
