@@ -86,6 +86,7 @@ start_service() {
         "$service" keys add "$2" --unlimited --database "$1/accounts.db" >/dev/null
     fi
     say "Starting the translation service"
+    rm -f "$private/service.log" # a former one's would end the wait below
     "$service" serve --database "$1/accounts.db" --certificate "$1/server.pem" \
         --key "$1/server.key" >"$private/service.log" 2>&1 &
     started+=("$!")

@@ -94,8 +94,7 @@ LRESULT ColourControl(WPARAM dc, COLORREF text, COLORREF background, GdiBrushOwn
 
 } // namespace
 
-// ---- Beginning and end
-// ---------------------------------------------------------------------------
+// ---- Beginning and end --------------------------------------------------------------------------
 
 ConfigPopup::ConfigPopup(HWND owner, const HKEY* configKey, Start onStart)
     : parent_(owner), configKeyRef_(configKey), onStart_(std::move(onStart)) {
@@ -204,8 +203,7 @@ void ConfigPopup::AddLanguages() {
     }
 }
 
-// ---- For the overlay
-// -----------------------------------------------------------------------------
+// ---- For the overlay ----------------------------------------------------------------------------
 
 void ConfigPopup::Show() {
     Reposition();
@@ -281,8 +279,7 @@ WideString ConfigPopup::KeyText(std::size_t room) const {
     return text;
 }
 
-// ---- The store
-// -----------------------------------------------------------------------------------
+// ---- The store ----------------------------------------------------------------------------------
 
 void ConfigPopup::LoadFromRegistry() {
     SetWindowTextW(keyEdit_, ReadStoredText(*configKeyRef_, TEXT("access_key")).c_str());
@@ -308,8 +305,7 @@ void ConfigPopup::SaveToRegistry() const {
     }
 }
 
-// ---- Messages
-// ------------------------------------------------------------------------------------
+// ---- Messages -----------------------------------------------------------------------------------
 
 LRESULT CALLBACK ConfigPopup::WindowProcedure(HWND hwnd, UINT message, WPARAM wParam,
                                               LPARAM lParam) {
@@ -452,8 +448,7 @@ LRESULT CALLBACK ConfigPopup::EditProcedure(HWND window, UINT message, WPARAM wP
     return DefSubclassProc(window, message, wParam, lParam);
 }
 
-// ---- The pointer
-// ---------------------------------------------------------------------------------
+// ---- The pointer --------------------------------------------------------------------------------
 
 LRESULT CALLBACK ConfigPopup::RefreshProcedure(HWND window, UINT message, WPARAM wParam,
                                                LPARAM lParam, UINT_PTR id, DWORD_PTR popup) {

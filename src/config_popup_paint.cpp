@@ -15,8 +15,7 @@ constexpr const WCHAR* kTextFamily = TEXT("Microsoft YaHei UI");
 constexpr const WCHAR* kIconFamily = TEXT("Segoe MDL2 Assets");
 constexpr const WCHAR* kStatusFamily = TEXT("Segoe UI");
 
-// ---- The card
-// ------------------------------------------------------------------------------------
+// ---- The card -----------------------------------------------------------------------------------
 
 constexpr ARGB kHeaderTop = 0x16FFFFFF;
 constexpr ARGB kHeaderBottom = 0x00FFFFFF;
@@ -51,8 +50,7 @@ void PaintKeyCard(GpGraphics* graphics, const RectF& card, bool focused) {
     GdipDrawPath(graphics, MakePen(outline, 1.0F).get(), shape.get());
 }
 
-// ---- The state of the key
-// ------------------------------------------------------------------------
+// ---- The state of the key -----------------------------------------------------------------------
 
 constexpr int kBarHeight = 4;         // at 96 DPI
 constexpr int kTextHeight = 16;       // at 96 DPI
@@ -81,8 +79,7 @@ void FillPill(GpGraphics* graphics, ARGB colour, const RectF& area) {
     FillRounded(graphics, colour, area, area.Height / 2.0F);
 }
 
-// ---- Buttons
-// -------------------------------------------------------------------------------------
+// ---- Buttons ------------------------------------------------------------------------------------
 
 constexpr float kButtonRadius = 6.0F; // pixels
 constexpr ARGB kRefreshOutline = 0x50FFFFFF;

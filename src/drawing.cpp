@@ -5,8 +5,7 @@
 using namespace Gdiplus;
 using namespace Gdiplus::DllExports;
 
-// ---- Objects
-// -------------------------------------------------------------------------------------
+// ---- Objects ------------------------------------------------------------------------------------
 
 GdiplusSession::GdiplusSession() {
     GdiplusStartupInput input;
@@ -76,8 +75,7 @@ FormatOwner MakeTextFormat(StringAlignment horizontal, StringAlignment vertical,
     return FormatOwner(format);
 }
 
-// ---- Shapes
-// --------------------------------------------------------------------------------------
+// ---- Shapes -------------------------------------------------------------------------------------
 
 void AddRoundedRect(GpPath* path, float x, float y, float w, float h, float r) {
     const float d = 2.0F * std::min({w / 2.0F, h / 2.0F, r});
@@ -99,8 +97,7 @@ void FillRounded(GpGraphics* graphics, ARGB colour, const RectF& area, float rad
     GdipFillPath(graphics, MakeBrush(colour).get(), MakeRoundedRect(area, radius).get());
 }
 
-// ---- Text
-// ----------------------------------------------------------------------------------------
+// ---- Text ---------------------------------------------------------------------------------------
 
 namespace {
 
@@ -135,8 +132,7 @@ float MeasureTextHeight(GpGraphics* graphics, const WideString& text, const Rect
     return MeasureText(graphics, text, rectangle, font, format.get()).Height;
 }
 
-// ---- Pictures
-// ------------------------------------------------------------------------------------
+// ---- Pictures -----------------------------------------------------------------------------------
 
 namespace {
 

@@ -89,8 +89,7 @@ void DropList::InvalidateList() const {
     InvalidateRect(listWnd_, nullptr, FALSE);
 }
 
-// ---- Opening and closing
-// -------------------------------------------------------------------------
+// ---- Opening and closing ------------------------------------------------------------------------
 
 void DropList::OpenList() {
     if (open_ || items_.empty()) {
@@ -133,8 +132,7 @@ void DropList::CloseList(bool commit, int index) {
     InvalidateButton();
 }
 
-// ---- The button
-// ----------------------------------------------------------------------------------
+// ---- The button ---------------------------------------------------------------------------------
 
 LRESULT CALLBACK DropList::ButtonProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
                                            UINT_PTR id, DWORD_PTR list) {
@@ -204,8 +202,7 @@ bool DropList::HandleButtonKey(WPARAM key) {
     }
 }
 
-// ---- The open list
-// -------------------------------------------------------------------------------
+// ---- The open list ------------------------------------------------------------------------------
 
 LRESULT CALLBACK DropList::ListProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == WM_CREATE) {

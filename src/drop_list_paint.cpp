@@ -25,7 +25,7 @@ constexpr ARGB kThumbDragged = 0xC8A5C3FF;
 
 constexpr COLORREF kText = RGB(0xEF, 0xEF, 0xEF);
 constexpr COLORREF kRowText = RGB(0xCC, 0xCC, 0xDD);
-constexpr COLORREF kDisabledText = RGB(0x88, 0x88, 0x99);
+constexpr COLORREF kDisabledListText = RGB(0x88, 0x88, 0x99);
 
 // One line in the middle, cut with an ellipsis.
 void DrawEntry(HDC dc, const WideString& text, RECT area, HFONT font, COLORREF colour) {
@@ -47,8 +47,7 @@ void FillArrow(GpGraphics* graphics, ARGB colour, float centreX, float middle, b
 
 } // namespace
 
-// ---- The closed control
-// --------------------------------------------------------------------------
+// ---- The closed control -------------------------------------------------------------------------
 
 bool DropList::DrawItem(const DRAWITEMSTRUCT& item) const {
     if (item.hwndItem != button_) {
@@ -79,12 +78,11 @@ void DropList::PaintFace(HDC dc, GpGraphics* graphics, int width, int height) co
     if (HasSelection()) {
         const RECT area{S(kFacePad), 0, static_cast<LONG>(separatorX - 4.0F), height};
         DrawEntry(dc, items_[static_cast<std::size_t>(selected_)], area, font_,
-                  enabled_ ? kText : kDisabledText);
+                  enabled_ ? kText : kDisabledListText);
     }
 }
 
-// ---- The open list
-// -------------------------------------------------------------------------------
+// ---- The open list ------------------------------------------------------------------------------
 
 void DropList::PaintList() const {
     PAINTSTRUCT paint;

@@ -32,8 +32,7 @@ FontOwner TooltipFont() {
 
 } // namespace
 
-// ---- Pressing and releasing
-// ----------------------------------------------------------------------
+// ---- Pressing and releasing ---------------------------------------------------------------------
 
 void OverlayWindow::OnLeftButtonDown(int x, int y) {
     if (IsOnResizeEdge(y)) {
@@ -112,8 +111,7 @@ void OverlayWindow::OnCaptureChanged() {
     pressedButton_ = kNoButton;
 }
 
-// ---- Moving
-// --------------------------------------------------------------------------------------
+// ---- Moving -------------------------------------------------------------------------------------
 
 void OverlayWindow::OnMouseMove(int x, int y, WPARAM keys) {
     if (!mouseTracked_) {
@@ -207,8 +205,7 @@ void OverlayWindow::OnMouseWheel(int delta) {
     Repaint();
 }
 
-// ---- What is where
-// -------------------------------------------------------------------------------
+// ---- What is where ------------------------------------------------------------------------------
 
 int OverlayWindow::HitTestToolbar(int x, int y) const {
     return HitTestButtons(buttonRects_, x, y);
@@ -229,8 +226,7 @@ bool OverlayWindow::ShowResizeCursor() const {
     return true;
 }
 
-// ---- Commands
-// ------------------------------------------------------------------------------------
+// ---- Commands -----------------------------------------------------------------------------------
 
 void OverlayWindow::OnToolbarCommand(int id) {
     switch (id) {
@@ -268,8 +264,7 @@ void OverlayWindow::OnToolbarCommand(int id) {
     }
 }
 
-// ---- The tooltip
-// ---------------------------------------------------------------------------------
+// ---- The tooltip --------------------------------------------------------------------------------
 
 // Above its button, at once; hidden for no button.
 void OverlayWindow::ShowTooltip(int id) {

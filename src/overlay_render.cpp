@@ -71,8 +71,7 @@ std::vector<WideView> SplitIconRuns(WideView text) {
     return runs;
 }
 
-// ---- A toolbar button
-// ----------------------------------------------------------------------------
+// ---- A toolbar button ---------------------------------------------------------------------------
 
 struct ButtonColours {
     ARGB fill;
@@ -139,8 +138,7 @@ int CardWidth(int width) {
 
 } // namespace
 
-// ---- The pass
-// ------------------------------------------------------------------------------------
+// ---- The pass -----------------------------------------------------------------------------------
 
 void OverlayWindow::RenderOverlay(int width, int height) {
     const Canvas canvas(width, height);
@@ -231,8 +229,7 @@ void OverlayWindow::DrawStatusLine(GpGraphics* graphics, int width) {
     }
 }
 
-// ---- Captions
-// ------------------------------------------------------------------------------------
+// ---- Captions -----------------------------------------------------------------------------------
 
 void OverlayWindow::DrawCaptions(GpGraphics* graphics, int width, int height, int headerHeight) {
     const int top = headerHeight + (statusHeight_ > 0 ? statusHeight_ + 2 : 4);

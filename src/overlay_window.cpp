@@ -40,8 +40,7 @@ int ScreenDpi() {
 
 } // namespace
 
-// ---- Beginning and end
-// ---------------------------------------------------------------------------
+// ---- Beginning and end --------------------------------------------------------------------------
 
 OverlayWindow::OverlayWindow() : hInstance_(GetModuleHandleW(nullptr)) {
     if (RegCreateKeyExW(HKEY_CURRENT_USER, kConfigKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
@@ -158,8 +157,7 @@ void OverlayWindow::CreateTooltip() {
     }
 }
 
-// ---- Messages
-// ------------------------------------------------------------------------------------
+// ---- Messages -----------------------------------------------------------------------------------
 
 LRESULT CALLBACK OverlayWindow::WindowProcedure(HWND hwnd, UINT message, WPARAM wParam,
                                                 LPARAM lParam) {
@@ -318,8 +316,7 @@ void OverlayWindow::OnTray(LPARAM event) {
     }
 }
 
-// ---- Showing and hiding
-// --------------------------------------------------------------------------
+// ---- Showing and hiding -------------------------------------------------------------------------
 
 // Whatever is invalid, the whole overlay is painted.
 void OverlayWindow::Repaint() const {

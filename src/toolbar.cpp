@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr ToolbarEntry kSeparator{0, kNoButton, true};
+constexpr ToolbarEntry kBarSeparator{0, kNoButton, true};
 
 // By id.
 constexpr std::array<const WCHAR*, 9> kTooltips = {
@@ -28,13 +28,13 @@ std::vector<ToolbarEntry> ToolbarEntries(bool running) {
     return {
         {0xE106, kHideButton, false},
         {0xE107, kClearButton, false},
-        kSeparator,
+        kBarSeparator,
         running ? ToolbarEntry{0xE769, kStopButton, false}
                 : ToolbarEntry{0xE768, kStartButton, false},
-        kSeparator,
+        kBarSeparator,
         {0xE767, kLoopbackButton, false},
         {0xE720, kMicrophoneButton, false},
-        kSeparator,
+        kBarSeparator,
         {0xE775, kTranslationButton, false},
         {0xE713, kSettingsButton, false},
     };

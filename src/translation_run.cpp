@@ -37,8 +37,7 @@ void PostResult(HWND window, const TranslationResult& result) {
     PostOwned(window, kMsgResult, std::make_unique<TranslationResult>(result));
 }
 
-// ---- What the threads share
-// ----------------------------------------------------------------------
+// ---- What the threads share ---------------------------------------------------------------------
 
 TranslationRun::TranslationRun(HWND window, std::shared_ptr<AudioCapture> capture)
     : window_(window), capture_(std::move(capture)) {}
@@ -76,8 +75,7 @@ void TranslationRun::CloseCapture() {
     capture_.reset(); // whose callback may hold the translator, which holds this run
 }
 
-// ---- The worker
-// ----------------------------------------------------------------------------------
+// ---- The worker ---------------------------------------------------------------------------------
 
 namespace {
 

@@ -11,7 +11,7 @@ constexpr UINT kToggleCommand = 1001;
 constexpr UINT kClickThroughCommand = 1002;
 constexpr UINT kAllowRecordingCommand = 1003;
 constexpr UINT kExitCommand = 1004;
-constexpr TrayMenuRow kSeparator{0, nullptr, false};
+constexpr TrayMenuRow kSeparatorRow{0, nullptr, false};
 
 constexpr std::basic_string_view<WCHAR> kTip = TEXT("Kelvarin");
 
@@ -55,11 +55,11 @@ std::vector<TrayMenuRow> TrayIcon::MenuRows() const {
     return {
         {kToggleCommand, windowVisible ? TEXT("Hide Caption Window") : TEXT("Show Caption Window"),
          false},
-        kSeparator,
+        kSeparatorRow,
         {kClickThroughCommand, TEXT("Click-through Mode"), clickThrough},
-        kSeparator,
+        kSeparatorRow,
         {kAllowRecordingCommand, TEXT("Allow Screen Recording"), allowRecording},
-        kSeparator,
+        kSeparatorRow,
         {kExitCommand, TEXT("Exit"), false},
     };
 }

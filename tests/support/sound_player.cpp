@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{10};
+constexpr std::chrono::seconds kPlayerPatience{10};
 
 struct FreeLoop {
     void operator()(pa_threaded_mainloop* loop) const { pa_threaded_mainloop_free(loop); }
@@ -86,7 +86,7 @@ struct SoundPlayer::State {
             this);
         pa_context_connect(context.get(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr);
         return WaitUntil([this] { return pa_context_get_state(context.get()) == PA_CONTEXT_READY; },
-                         kPatience);
+                         kPlayerPatience);
     }
 
     void Play(std::span<const std::byte> samples) {
@@ -127,7 +127,8 @@ struct SoundPlayer::State {
         const auto isOpen = [this] {
             return pa_stream_get_state(stream.get()) != PA_STREAM_CREATING;
         };
-        if (!WaitUntil(isOpen, kPatience) || pa_stream_get_state(stream.get()) != PA_STREAM_READY) {
+        if (!WaitUntil(isOpen, kPlayerPatience) ||
+            pa_stream_get_state(stream.get()) != PA_STREAM_READY) {
             throw std::runtime_error("the sink " + sink + " takes no stream");
         }
     }
