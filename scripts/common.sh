@@ -83,6 +83,5 @@ built_version() { sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$root/build/$1/C
 set_release_time() {
     SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --format=%ct 2>/dev/null ||
         stat -c %Y "${BASH_SOURCE[0]}")}
-    QT_RCC_SOURCE_DATE_OVERRIDE=$SOURCE_DATE_EPOCH # for the icons in the program
-    export SOURCE_DATE_EPOCH QT_RCC_SOURCE_DATE_OVERRIDE
+    export SOURCE_DATE_EPOCH
 }
