@@ -90,7 +90,7 @@ listen() {
     wait_until 20 all_are_shown ||
         fail "there are $(captions) captions of $sentences sentences"
     picture "$pictures/overlay.png" $((overlay_x - 20)) $((overlay_y - 20)) 420 460
-    echo "The pictures are $pictures/settings.png and $pictures/overlay.png."
+    echo "The captions are to be seen in $pictures/overlay.png."
     say "Transcript"
     tr -d '\r' <"$transcript"
     cp "$transcript" "$pictures/"

@@ -23,7 +23,7 @@ enter_system() {
 
 leave_system() {
     local code=$?
-    umount --lazy --recursive "$system"/{debs,proc,dev/*,tmp/.X11-unix} 2>/dev/null || true
+    umount --lazy --recursive "$system"/{debs,proc,dev/*,tmp/{sound,.X11-unix}} 2>/dev/null || true
     return "$code" # for `finish`, which ends with it
 }
 trap 'leave_system || finish; finish' EXIT
