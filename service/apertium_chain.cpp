@@ -68,12 +68,19 @@ std::vector<std::vector<std::string>> ReadMode(const std::string& mode) {
         throw std::runtime_error("the Apertium mode " + mode + " is not installed");
     }
 
-    auto commands = SplitPipeline(text);
-    for (std::vector<std::string>& command : commands) {
+    std::vector<std::vector<std::string>> commands;
+    for (std::vector<std::string>& command : SplitPipeline(text)) {
         if (command.empty()) {
             throw std::runtime_error("the Apertium mode " + mode + " cannot be read");
         }
+        // Older modes let the transfer look words up by itself, which newer releases get wrong.
+        if (command.size() == 4 && command[0] == "apertium-transfer" &&
+            !command[1].starts_with('-')) {
+            commands.push_back({"lt-proc", "-z", "-b", command[3]});
+            command = {command[0], "-b", command[1], command[2]};
+        }
         command.insert(command.begin() + 1, "-z");
+        commands.push_back(std::move(command));
     }
     return commands;
 }
