@@ -64,7 +64,7 @@ install(TARGETS kelvarin-service RUNTIME DESTINATION bin COMPONENT service)
 install(PROGRAMS ${service_files}/kelvarin-service-admin DESTINATION sbin COMPONENT service)
 install(PROGRAMS ${service_files}/prepare DESTINATION lib/kelvarin-service COMPONENT service)
 install(FILES ${service_files}/kelvarin-service.service
-        DESTINATION /lib/systemd/system COMPONENT service)
+        DESTINATION lib/systemd/system COMPONENT service)
 install(FILES ${service_files}/kelvarin-service.default RENAME kelvarin-service
         DESTINATION /etc/default COMPONENT service)
 install_compressed(service share/man/man1 ${service_files}/kelvarin-service.1)
