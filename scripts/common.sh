@@ -30,6 +30,8 @@ service_packages=(
     apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-lex-tools apertium-spa-ita
     pocketsphinx-en-us)
 sound_packages=(pulseaudio pulseaudio-utils pocketsphinx-testdata)
+# For tests alone: where they are installed, the next session's sound may go through them.
+pipewire_packages=(dbus-daemon pipewire pipewire-pulse wireplumber)
 # What the overlay's text needs to be seen in every language.
 font_packages=(
     fonts-material-design-icons-iconfont fonts-noto-cjk fonts-noto-color-emoji fonts-noto-core)

@@ -122,8 +122,10 @@ struct SoundPlayer::State {
                 static_cast<State*>(user)->Write(room);
             },
             this);
-        pa_stream_connect_playback(stream.get(), sink.c_str(), &buffer, PA_STREAM_ADJUST_LATENCY,
-                                   nullptr, nullptr);
+        // The server would move it along with the default.
+        constexpr auto kFlags =
+            static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
+        pa_stream_connect_playback(stream.get(), sink.c_str(), &buffer, kFlags, nullptr, nullptr);
         const auto isOpen = [this] {
             return pa_stream_get_state(stream.get()) != PA_STREAM_CREATING;
         };

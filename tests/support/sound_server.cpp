@@ -63,10 +63,17 @@ std::string Command(const std::string& command) {
 
 } // namespace
 
-SoundServer::SoundServer()
-    : folder_(MakeFolder()), address_("unix:" + (folder_ / "socket").string()),
+SoundServer::SoundServer(Kind kind)
+    : kind_(kind), folder_(MakeFolder()),
+      address_("unix:" + (folder_ / (kind == Kind::PipeWire ? "native" : "socket")).string()),
       serverSetting_("PULSE_SERVER", address_), cookieSetting_("PULSE_COOKIE", folder_ / "cookie") {
-    StartProcess();
+    if (kind == Kind::PipeWire) {
+        StartPipeWire();
+    } else {
+        StartPulseAudio();
+    }
+    // A socket is made before its server listens on it, so only a connection tells.
+    WaitFor("sound server", [] { return Ask("info").has_value(); });
 }
 
 SoundServer::~SoundServer() {
@@ -79,29 +86,50 @@ void SoundServer::CleanUp() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-void SoundServer::StartProcess() {
+void SoundServer::StartPulseAudio() {
     std::ofstream(folder_ / "script")
         << "load-module module-native-protocol-unix auth-anonymous=1 socket="
         << (folder_ / "socket").string() << '\n';
+    StartProcess({"/usr/bin/pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
+                  "--use-pid-file=no", "-F", folder_ / "script", "--realtime=no",
+                  "--log-target=stderr", "--high-priority=no", "--disallow-exit=yes"});
+}
+
+// The session manager links nothing without a bus.
+void SoundServer::StartPipeWire() {
+    const std::filesystem::path settings = folder_ / "wireplumber/main.lua.d";
+    std::filesystem::create_directories(settings);
+    std::ofstream(settings / "51-no-real-devices.lua") << "alsa_monitor.enabled = false\n"
+                                                          "v4l2_monitor.enabled = false\n"
+                                                          "libcamera_monitor.enabled = false\n";
+    const auto exists = [this](const char* name) {
+        return [path = folder_ / name] { return std::filesystem::exists(path); };
+    };
+    StartProcess({"/usr/bin/dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
+                  "--address=unix:path=" + (folder_ / "bus").string()});
+    WaitFor("bus", exists("bus"));
+    StartProcess({"/usr/bin/pipewire"});
+    WaitFor("PipeWire", exists("pipewire-0"));
+    StartProcess({"/usr/bin/wireplumber"});
+    StartProcess({"/usr/bin/pipewire-pulse"});
+}
+
+void SoundServer::StartProcess(std::vector<std::string> command) {
     const std::string home = folder_.string();
-    // Everything that it could want to write goes into the folder, and there is no bus to ask.
+    // Everything that it could want to write goes into the folder, and there is no bus to ask but
+    // one there.
     std::vector<std::string> environment{
         "PATH=/usr/bin:/bin",
         "HOME=" + home,
         "XDG_RUNTIME_DIR=" + home,
         "XDG_CONFIG_HOME=" + home,
+        "XDG_STATE_HOME=" + home,
         "PULSE_RUNTIME_PATH=" + home,
         "PULSE_STATE_PATH=" + home,
         "PULSE_COOKIE=" + home + "/cookie",
-        "DBUS_SESSION_BUS_ADDRESS=unix:path=" + home + "/none",
+        "DBUS_SESSION_BUS_ADDRESS=unix:path=" + home + "/bus",
         "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + home + "/none",
     };
-    std::vector<std::string> command{"pulseaudio",          "-n",
-                                     "--daemonize=no",      "--exit-idle-time=-1",
-                                     "--use-pid-file=no",   "-F",
-                                     home + "/script",      "--realtime=no",
-                                     "--log-target=stderr", "--high-priority=no",
-                                     "--disallow-exit=yes"};
     const auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> result;
         result.reserve(texts.size() + 1);
@@ -116,36 +144,35 @@ void SoundServer::StartProcess() {
     const std::string log = home + "/log";
     const pid_t parent = getpid();
 
-    processId_ = fork();
-    if (processId_ < 0) {
-        processId_ = 0;
+    const pid_t process = fork();
+    if (process < 0) {
         throw std::runtime_error("cannot start a process");
     }
-    if (processId_ == 0) {
+    if (process == 0) {
         // In the child of a process that may have threads: system calls only.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         if (getppid() == parent && file >= 0 && dup2(file, STDOUT_FILENO) >= 0 &&
             dup2(file, STDERR_FILENO) >= 0) {
-            execve("/usr/bin/pulseaudio", arguments.data(), variables.data());
+            execve(arguments[0], arguments.data(), variables.data());
         }
         _exit(127);
     }
+    processes_.push_back(process);
+}
 
-    // The socket is made before the server listens on it, so only a connection tells.
+void SoundServer::WaitFor(const char* what, const std::function<bool()>& isThere) {
     const Clock::time_point end = Clock::now() + kPatience;
-    for (;;) {
-        if (Ask("info")) {
-            return;
-        }
-        const bool exited = waitpid(processId_, nullptr, WNOHANG) != 0;
+    while (!isThere()) {
+        int state = 0;
+        const bool exited = waitpid(processes_.back(), &state, WNOHANG) != 0;
         if (exited || Clock::now() > end) {
             const std::string said = Log();
             if (exited) {
-                processId_ = 0;
+                processes_.pop_back();
             }
             CleanUp();
-            throw std::runtime_error("the sound server does not start: " + said);
+            throw std::runtime_error(std::string("the ") + what + " does not start: " + said);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -190,6 +217,10 @@ SoundServer::Module SoundServer::AddMicrophone(const std::string& name, std::uin
     return module;
 }
 
+bool SoundServer::HasSink(const std::string& name) const {
+    return Command("list short sinks").find("\t" + name + "\t") != std::string::npos;
+}
+
 void SoundServer::SetDefaultSink(const std::string& name) {
     Command("set-default-sink " + name);
 }
@@ -198,19 +229,24 @@ void SoundServer::SetDefaultSource(const std::string& name) {
     Command("set-default-source " + name);
 }
 
+void SoundServer::Signal(int signal) {
+    for (const pid_t process : processes_) {
+        kill(process, signal);
+    }
+}
+
 void SoundServer::Freeze() {
-    kill(processId_, SIGSTOP);
+    Signal(SIGSTOP);
 }
 
 void SoundServer::Resume() {
-    kill(processId_, SIGCONT);
+    Signal(SIGCONT);
 }
 
 void SoundServer::Kill() {
-    if (processId_ == 0) {
-        return;
+    Signal(SIGKILL);
+    for (const pid_t process : processes_) {
+        waitpid(process, nullptr, 0);
     }
-    kill(processId_, SIGKILL);
-    waitpid(processId_, nullptr, 0);
-    processId_ = 0;
+    processes_.clear();
 }

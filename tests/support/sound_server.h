@@ -1,12 +1,14 @@
-// A private sound server for tests: its own socket, folder and settings, no real devices. Knows the
-// server's modules; nothing of the program.
+// A private sound server for tests: its own sockets, folder and settings, no real devices. Knows
+// the servers' processes and modules; nothing of the program.
 #pragma once
 
 #include "support/environment_setting.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -17,8 +19,10 @@
 class SoundServer {
 public:
     using Module = std::uint32_t;
+    // PipeWire with its session manager and its PulseAudio server, or PulseAudio itself.
+    enum class Kind { PulseAudio, PipeWire };
 
-    SoundServer();
+    explicit SoundServer(Kind kind = Kind::PulseAudio);
     ~SoundServer();
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
@@ -37,23 +41,29 @@ public:
     // and takes the microphone along when it goes.
     Module AddMicrophone(const std::string& name, std::uint32_t sampleRate, unsigned channels);
 
+    bool HasSink(const std::string& name) const;
     void SetDefaultSink(const std::string& name);
     void SetDefaultSource(const std::string& name);
 
-    // A server that is there and does not answer; Resume before the end.
+    // A server that is there and does not answer; Resume or Kill before the end.
     void Freeze();
     void Resume();
     // No chance to say goodbye to anyone.
     void Kill();
 
 private:
-    void StartProcess();
+    void StartPulseAudio();
+    void StartPipeWire();
+    void StartProcess(std::vector<std::string> command);
+    void WaitFor(const char* what, const std::function<bool()>& isThere);
+    void Signal(int signal);
     void CleanUp();
     std::string Log() const;
 
+    const Kind kind_;
     const std::filesystem::path folder_;
     const std::string address_;
     const EnvironmentSetting serverSetting_;
     const EnvironmentSetting cookieSetting_; // else the library makes one in the user's home
-    pid_t processId_ = 0;
+    std::vector<pid_t> processes_;           // in the order of their start
 };

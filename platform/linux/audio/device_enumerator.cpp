@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <utility>
 
 namespace audio {
@@ -58,8 +57,8 @@ private:
 
 class Device final : public ComObject<IMMDevice> {
 public:
-    Device(std::shared_ptr<ServerConnection> connection, Endpoint endpoint)
-        : connection_(std::move(connection)), endpoint_(std::move(endpoint)) {}
+    Device(std::shared_ptr<ServerConnection> connection, Endpoint endpoint, std::u16string id)
+        : connection_(std::move(connection)), endpoint_(std::move(endpoint)), id_(std::move(id)) {}
 
     HRESULT Activate(REFIID iid, DWORD /*context*/, PROPVARIANT* /*parameters*/,
                      void** object) override {
@@ -82,25 +81,44 @@ public:
         if (id == nullptr) {
             return E_POINTER;
         }
-        *id = TaskMemoryText(EndpointId(endpoint_));
+        *id = TaskMemoryText(id_);
         return *id != nullptr ? S_OK : E_OUTOFMEMORY;
     }
 
 private:
     const std::shared_ptr<ServerConnection> connection_;
     const Endpoint endpoint_;
+    const std::u16string id_;
 };
+
+ComOwner<IMMDevice> MakeDevice(const std::shared_ptr<ServerConnection>& connection,
+                               const Endpoint& endpoint) {
+    return MakeObject<Device>(connection, endpoint, EndpointId(endpoint.flow, endpoint.name));
+}
+
+// The device that is whatever the server's default is; null when there is no device at all.
+ComOwner<IMMDevice> MakeDefaultDevice(const std::shared_ptr<ServerConnection>& connection,
+                                      const Devices& devices, EDataFlow flow) {
+    const Endpoint* const now = devices.Default(flow);
+    if (now == nullptr) {
+        return nullptr;
+    }
+    Endpoint following = *now;
+    following.description = kDefaultDescription;
+    following.followsDefault = true;
+    return MakeObject<Device>(connection, std::move(following), EndpointId(flow, kDefaultName));
+}
 
 class DeviceCollection final : public ComObject<IMMDeviceCollection> {
 public:
-    DeviceCollection(std::shared_ptr<ServerConnection> connection, std::vector<Endpoint> endpoints)
-        : connection_(std::move(connection)), endpoints_(std::move(endpoints)) {}
+    explicit DeviceCollection(std::vector<ComOwner<IMMDevice>> devices)
+        : devices_(std::move(devices)) {}
 
     HRESULT GetCount(UINT* count) override {
         if (count == nullptr) {
             return E_POINTER;
         }
-        *count = static_cast<UINT>(endpoints_.size());
+        *count = static_cast<UINT>(devices_.size());
         return S_OK;
     }
 
@@ -109,24 +127,20 @@ public:
             return E_POINTER;
         }
         *device = nullptr;
-        if (index >= endpoints_.size()) {
+        if (index >= devices_.size()) {
             return E_INVALIDARG;
         }
-        *device = MakeObject<Device>(connection_, endpoints_[index]).release();
+        devices_[index]->AddRef();
+        *device = devices_[index].get();
         return S_OK;
     }
 
 private:
-    const std::shared_ptr<ServerConnection> connection_;
-    const std::vector<Endpoint> endpoints_;
+    const std::vector<ComOwner<IMMDevice>> devices_;
 };
 
 bool IsFlow(EDataFlow flow) {
     return flow == eRender || flow == eCapture;
-}
-
-bool IsActive(const Endpoint& endpoint) {
-    return endpoint.pluggedIn;
 }
 
 class DeviceEnumerator final : public ComObject<IMMDeviceEnumerator> {
@@ -134,25 +148,30 @@ public:
     explicit DeviceEnumerator(std::shared_ptr<ServerConnection> connection)
         : connection_(std::move(connection)) {}
 
+    // "Default" first, then the device that this is now, so that whoever takes the first one hears
+    // what plays; then the others as the server has them. A window may be waiting for the list: a
+    // server that does not answer soon has what it had.
     HRESULT EnumAudioEndpoints(EDataFlow flow, DWORD states,
-                               IMMDeviceCollection** devices) override {
-        if (devices == nullptr) {
+                               IMMDeviceCollection** collection) override {
+        if (collection == nullptr) {
             return E_POINTER;
         }
-        *devices = nullptr;
+        *collection = nullptr;
         if (!IsFlow(flow) || (states & DEVICE_STATE_ACTIVE) == 0) {
             return E_INVALIDARG;
         }
-        auto endpoints = List(flow);
-        if (!endpoints) {
+        auto devices = connection_->AskForDevices(ServerConnection::kShortLimit);
+        if (!devices) {
+            devices = connection_->LastDevices();
+        }
+        if (!devices) {
             return AUDCLNT_E_SERVICE_NOT_RUNNING;
         }
-        std::erase_if(*endpoints, std::not_fn(IsActive));
-        *devices = MakeObject<DeviceCollection>(connection_, std::move(*endpoints)).release();
+        *collection = MakeObject<DeviceCollection>(Listed(*devices, flow)).release();
         return S_OK;
     }
 
-    // The server's default; the first active endpoint when that is none of ours, such as a monitor.
+    // Streams of this device go on with another one when the default changes.
     HRESULT GetDefaultAudioEndpoint(EDataFlow flow, ERole /*role*/, IMMDevice** device) override {
         if (device == nullptr) {
             return E_POINTER;
@@ -161,20 +180,7 @@ public:
         if (!IsFlow(flow)) {
             return E_INVALIDARG;
         }
-        auto endpoints = List(flow);
-        const auto name = connection_ ? connection_->DefaultName(flow) : std::nullopt;
-        if (!endpoints || !name) {
-            return AUDCLNT_E_SERVICE_NOT_RUNNING;
-        }
-        auto chosen = Find(*endpoints, *name);
-        if (chosen == endpoints->end()) {
-            chosen = std::find_if(endpoints->begin(), endpoints->end(), IsActive);
-        }
-        if (chosen == endpoints->end()) {
-            return E_NOTFOUND;
-        }
-        *device = MakeObject<Device>(connection_, std::move(*chosen)).release();
-        return S_OK;
+        return Found(flow, kDefaultName, device);
     }
 
     HRESULT GetDevice(LPCWSTR id, IMMDevice** device) override {
@@ -182,46 +188,62 @@ public:
             return E_POINTER;
         }
         *device = nullptr;
-        if (connection_ == nullptr) {
-            return AUDCLNT_E_SERVICE_NOT_RUNNING;
-        }
         EDataFlow flow = eRender;
         std::string name;
         if (!ParseEndpointId(id, flow, name)) {
             return E_NOTFOUND;
         }
-        // Looked up in the list rather than asked for by name: the server takes numbers and words
-        // like its "default" for names too.
-        auto endpoints = List(flow);
-        if (!endpoints) {
-            return AUDCLNT_E_SERVICE_NOT_RUNNING;
-        }
-        const auto found = Find(*endpoints, name);
-        if (found == endpoints->end()) {
-            return E_NOTFOUND;
-        }
-        *device = MakeObject<Device>(connection_, std::move(*found)).release();
-        return S_OK;
+        return Found(flow, name, device);
     }
 
 private:
-    std::optional<std::vector<Endpoint>> List(EDataFlow flow) const {
-        return connection_ ? connection_->ListEndpoints(flow) : std::nullopt;
+    std::vector<ComOwner<IMMDevice>> Listed(const Devices& devices, EDataFlow flow) const {
+        std::vector<Endpoint> endpoints = devices.Of(flow);
+        std::erase_if(endpoints, [](const Endpoint& each) { return !each.pluggedIn; });
+        NumberEqualDescriptions(endpoints);
+        std::vector<ComOwner<IMMDevice>> listed;
+        const Endpoint* const first = devices.Default(flow);
+        if (endpoints.empty() || first == nullptr) {
+            return listed;
+        }
+        std::stable_partition(endpoints.begin(), endpoints.end(),
+                              [first](const Endpoint& each) { return each.name == first->name; });
+        listed.push_back(MakeDefaultDevice(connection_, devices, flow));
+        for (const Endpoint& endpoint : endpoints) {
+            listed.push_back(MakeDevice(connection_, endpoint));
+        }
+        return listed;
     }
 
-    static std::vector<Endpoint>::iterator Find(std::vector<Endpoint>& endpoints,
-                                                const std::string& name) {
-        return std::find_if(endpoints.begin(), endpoints.end(),
-                            [&name](const Endpoint& endpoint) { return endpoint.name == name; });
+    // Looked up in the list rather than asked for by name: the server takes numbers and words like
+    // its "default" for names too.
+    HRESULT Found(EDataFlow flow, std::string_view name, IMMDevice** device) const {
+        const auto devices = connection_->AskForDevices(ServerConnection::kAnswerLimit);
+        if (!devices) {
+            return AUDCLNT_E_SERVICE_NOT_RUNNING;
+        }
+        if (name == kDefaultName) {
+            *device = MakeDefaultDevice(connection_, *devices, flow).release();
+            return *device != nullptr ? S_OK : E_NOTFOUND;
+        }
+        const std::vector<Endpoint>& endpoints = devices->Of(flow);
+        const auto found =
+            std::find_if(endpoints.begin(), endpoints.end(),
+                         [name](const Endpoint& endpoint) { return endpoint.name == name; });
+        if (found == endpoints.end()) {
+            return E_NOTFOUND;
+        }
+        *device = MakeDevice(connection_, *found).release();
+        return S_OK;
     }
 
-    const std::shared_ptr<ServerConnection> connection_; // null without a server
+    const std::shared_ptr<ServerConnection> connection_;
 };
 
 } // namespace
 
 ComOwner<IMMDeviceEnumerator> MakeDeviceEnumerator() {
-    return MakeObject<DeviceEnumerator>(ServerConnection::Open());
+    return MakeObject<DeviceEnumerator>(ServerConnection::Current());
 }
 
 } // namespace audio

@@ -7,8 +7,8 @@
 
 namespace audio {
 
-// Connects to the sound server. Without one there is an enumerator all the same, which finds
-// nothing.
+// On the process's connection to the sound server. Without a server there is an enumerator all the
+// same, which finds nothing.
 ComOwner<IMMDeviceEnumerator> MakeDeviceEnumerator();
 
 } // namespace audio

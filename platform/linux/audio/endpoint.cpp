@@ -5,7 +5,9 @@
 
 #include <ksmedia.h>
 
+#include <algorithm>
 #include <array>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -22,8 +24,8 @@ std::string_view IdPrefix(EDataFlow flow) {
 
 } // namespace
 
-std::u16string EndpointId(const Endpoint& endpoint) {
-    return text::ToWide(std::string(IdPrefix(endpoint.flow)) + endpoint.name);
+std::u16string EndpointId(EDataFlow flow, std::string_view name) {
+    return text::ToWide(std::string(IdPrefix(flow)).append(name));
 }
 
 bool ParseEndpointId(LPCWSTR id, EDataFlow& flow, std::string& name) {
@@ -36,6 +38,22 @@ bool ParseEndpointId(LPCWSTR id, EDataFlow& flow, std::string& name) {
         }
     }
     return false;
+}
+
+void NumberEqualDescriptions(std::vector<Endpoint>& endpoints) {
+    std::vector<Endpoint*> byName;
+    for (Endpoint& endpoint : endpoints) {
+        byName.push_back(&endpoint);
+    }
+    std::sort(byName.begin(), byName.end(),
+              [](const Endpoint* one, const Endpoint* two) { return one->name < two->name; });
+    std::set<std::string> taken{std::string(kDefaultDescription)};
+    for (Endpoint* const endpoint : byName) {
+        const std::string description = endpoint->description;
+        for (int number = 2; !taken.insert(endpoint->description).second; ++number) {
+            endpoint->description = std::to_string(number) + "- " + description;
+        }
+    }
 }
 
 WAVEFORMATEXTENSIBLE MixFormat(const Endpoint& endpoint) {

@@ -26,12 +26,12 @@ PacketRing::PacketRing(std::size_t packetSamples, std::size_t slackPackets)
     : packetSamples_(packetSamples), slots_(slackPackets + 1),
       samples_(packetSamples * (slackPackets + 1)) {}
 
-bool PacketRing::Write(const void* samples, std::size_t count) {
-    bool ready = false;
+std::size_t PacketRing::Write(const void* samples, std::size_t count) {
+    std::size_t finished = 0;
     const auto* source = static_cast<const BYTE*>(samples);
     while (count > 0) {
         const std::size_t part = std::min(count, packetSamples_ - filled_);
-        float* const target = Samples(SlotIndex(head_.load(std::memory_order_relaxed))) + filled_;
+        float* const target = Samples(SlotIndex(written_)) + filled_;
         if (source == nullptr) {
             std::fill_n(target, part, 0.0F);
         } else {
@@ -42,32 +42,38 @@ bool PacketRing::Write(const void* samples, std::size_t count) {
         filled_ += part;
         count -= part;
         if (filled_ == packetSamples_) {
-            ready = Publish() || ready;
+            FinishPacket();
+            ++finished;
         }
     }
-    return ready;
+    return finished;
 }
 
-bool PacketRing::Publish() {
-    const std::uint64_t head = head_.load(std::memory_order_relaxed);
-    slots_[SlotIndex(head)] = {sequence_, soundBits_ == 0};
+void PacketRing::FinishPacket() {
+    slots_[SlotIndex(written_)] = {sequence_, soundBits_ == 0};
     soundMark_ = soundMark_ || soundBits_ != 0;
     filled_ = 0;
     soundBits_ = 0;
     ++sequence_;
-    if (!HaveSlotAfter(head)) {
-        return false; // the slot is filled anew
-    }
-    head_.store(head + 1, std::memory_order_release);
-    return true;
+    if (HaveSlotAfter(written_)) {
+        ++written_;
+    } // else the slot is filled anew
+}
+
+void PacketRing::HandOn(std::size_t packets) noexcept {
+    const std::uint64_t head = head_.load(std::memory_order_relaxed);
+    head_.store(std::min(head + packets, written_), std::memory_order_release);
 }
 
 // Whether the slot behind the one just filled is free, the oldest packet dropped for it if need be.
-bool PacketRing::HaveSlotAfter(std::uint64_t head) {
+bool PacketRing::HaveSlotAfter(std::uint64_t finished) {
     const std::uint64_t slack = slots_.size() - 1;
     std::uint64_t tail = tail_.load(std::memory_order_acquire);
-    if (head - (tail >> 1) < slack) {
+    if (finished - (tail >> 1) < slack) {
         return true;
+    }
+    if (Pending() == finished - (tail >> 1)) {
+        HandOn(1); // nothing else is readable: the oldest may only be dropped once it is
     }
     if ((tail & 1) != 0) {
         return false;
@@ -77,7 +83,7 @@ bool PacketRing::HaveSlotAfter(std::uint64_t head) {
         return true;
     }
     // The consumer was here meanwhile: it holds that packet now, or is through with it.
-    return head - (tail >> 1) < slack;
+    return finished - (tail >> 1) < slack;
 }
 
 bool PacketRing::Hold(HeldPacket& packet) noexcept {

@@ -23,11 +23,15 @@ struct HeldPacket {
 // one thread reads the capture client). Neither ever waits or takes a lock, and samples are copied
 // once, on their way in.
 //
-// There is one slot more than `slackPackets`: the producer fills slot `head_`, which is never
-// readable, and the readable ones run from the tail up to before `head_`.
+// A packet that the producer has finished is not readable yet: it waits until HandOn, so that the
+// producer decides when packets of several rings become readable together.
 //
-//   head_  count of packets published. Written by the producer alone, with release, after the slot
-//          is full; the consumer loads it with acquire and so sees the slot's samples.
+// There is one slot more than `slackPackets`: the producer fills slot `written_`; the finished
+// packets that wait run from `head_` up to before it, and the readable ones from the tail up to
+// before `head_`.
+//
+//   head_  count of packets handed on. Written by the producer alone, with release, after their
+//          slots are full; the consumer loads it with acquire and so sees the slots' samples.
 //   tail_  twice the number of the oldest readable packet, plus 1 while the consumer holds that
 //          packet. The consumer sets the 1 by compare-exchange and, alone, moves a held tail. The
 //          producer drops the oldest by compare-exchange from a tail that is not held to the next:
@@ -49,11 +53,17 @@ public:
 
     // ---- Producer ----
 
-    // Takes samples as they come; a null `samples` stands for `count` zeros. True when a packet
-    // has become ready.
-    bool Write(const void* samples, std::size_t count);
+    // Takes samples as they come; a null `samples` stands for `count` zeros. The count of packets
+    // that have been finished, dropped ones included.
+    std::size_t Write(const void* samples, std::size_t count);
     // Whether any packet finished since the last call was not silent.
     bool TakeSoundMark() { return std::exchange(soundMark_, false); }
+    // Finished packets that are not readable yet.
+    std::size_t Pending() const noexcept {
+        return static_cast<std::size_t>(written_ - head_.load(std::memory_order_relaxed));
+    }
+    // Makes the oldest pending packets readable, all when there are fewer.
+    void HandOn(std::size_t packets) noexcept;
     // The packet being filled has a seam in it.
     void BreakSequence() { ++sequence_; }
 
@@ -85,14 +95,15 @@ private:
         return static_cast<std::size_t>(packet % slots_.size());
     }
     float* Samples(std::size_t slot) { return &samples_[slot * packetSamples_]; }
-    bool Publish();
-    bool HaveSlotAfter(std::uint64_t head);
+    void FinishPacket();
+    bool HaveSlotAfter(std::uint64_t finished);
 
     const std::size_t packetSamples_;
     std::vector<Slot> slots_;
     std::vector<float> samples_;
 
     // Producer's own.
+    std::uint64_t written_ = 0;   // count of packets finished and kept
     std::size_t filled_ = 0;      // samples in the slot being filled
     std::uint32_t soundBits_ = 0; // any bit but the sign of any of them; 0: silence so far
     bool soundMark_ = false;      // a packet finished since TakeSoundMark was not silent

@@ -1,6 +1,8 @@
-// Connecting, asking for endpoints, and waiting with a limit.
+// Connecting, asking for the devices, and waiting with a limit.
 #include "audio/server_connection.h"
 
+#include <algorithm>
+#include <mutex>
 #include <utility>
 
 namespace audio {
@@ -10,10 +12,10 @@ namespace {
 // Rings once on the loop's thread unless it goes before. Made and dropped under the loop's lock.
 class Deadline {
 public:
-    Deadline(pa_context* context, pa_threaded_mainloop* loop, unsigned timeoutMs)
+    Deadline(pa_context* context, pa_threaded_mainloop* loop, std::chrono::microseconds timeout)
         : loop_(loop), api_(pa_threaded_mainloop_get_api(loop)),
           event_(pa_context_rttime_new(
-              context, pa_rtclock_now() + pa_usec_t{timeoutMs} * PA_USEC_PER_MSEC, OnTime, this)) {}
+              context, pa_rtclock_now() + static_cast<pa_usec_t>(timeout.count()), OnTime, this)) {}
     ~Deadline() {
         if (event_ != nullptr) {
             api_->time_free(event_);
@@ -39,6 +41,11 @@ private:
     pa_time_event* event_;
 };
 
+// What the server has in the place of a sound card when there is none: it plays to nowhere.
+bool IsStandIn(const char* name) {
+    return name != nullptr && std::string_view(name) == "auto_null";
+}
+
 // A socket may be known to be empty; a sink or source without sockets is always there.
 template <typename Info>
 bool IsPluggedIn(const Info& info) {
@@ -50,67 +57,72 @@ std::string Text(const char* text) {
     return text != nullptr ? text : "";
 }
 
-void OnSink(pa_context* /*context*/, const pa_sink_info* info, int end, void* user) {
-    if (end != 0) {
-        return;
-    }
-    static_cast<std::vector<Endpoint>*>(user)->push_back(
-        {eRender, Text(info->name), Text(info->description), Text(info->monitor_source_name),
-         info->sample_spec, info->channel_map, IsPluggedIn(*info)});
+Endpoint FromSink(const pa_sink_info& info) {
+    return {
+        eRender,          Text(info.name),  Text(info.description), Text(info.monitor_source_name),
+        info.sample_spec, info.channel_map, IsPluggedIn(info)};
 }
 
-void OnSource(pa_context* /*context*/, const pa_source_info* info, int end, void* user) {
-    if (end != 0 || info->monitor_of_sink != PA_INVALID_INDEX) {
-        return;
-    }
-    static_cast<std::vector<Endpoint>*>(user)->push_back(
-        {eCapture, Text(info->name), Text(info->description), Text(info->name), info->sample_spec,
-         info->channel_map, IsPluggedIn(*info)});
-}
-
-struct DefaultNames {
-    std::string sink;
-    std::string source;
-};
-
-void OnServer(pa_context* /*context*/, const pa_server_info* info, void* user) {
-    if (info == nullptr) {
-        return;
-    }
-    auto* names = static_cast<DefaultNames*>(user);
-    names->sink = Text(info->default_sink_name);
-    names->source = Text(info->default_source_name);
+Endpoint FromSource(const pa_source_info& info) {
+    return {eCapture,         Text(info.name),  Text(info.description), Text(info.name),
+            info.sample_spec, info.channel_map, IsPluggedIn(info)};
 }
 
 } // namespace
 
-std::shared_ptr<ServerConnection> ServerConnection::Open() {
-    std::shared_ptr<ServerConnection> connection(
-        std::unique_ptr<ServerConnection>(new ServerConnection));
-    return connection->Connect() ? connection : nullptr;
+const Endpoint* Devices::Default(EDataFlow flow) const {
+    const std::vector<Endpoint>& endpoints = Of(flow);
+    const std::string& name = flow == eRender ? defaultSink : defaultSource;
+    auto chosen = std::find_if(endpoints.begin(), endpoints.end(),
+                               [&name](const Endpoint& each) { return each.name == name; });
+    if (chosen == endpoints.end()) {
+        chosen = std::find_if(endpoints.begin(), endpoints.end(),
+                              [](const Endpoint& each) { return each.pluggedIn; });
+    }
+    return chosen != endpoints.end() ? &*chosen : nullptr;
 }
 
-bool ServerConnection::Connect() {
+std::shared_ptr<ServerConnection> ServerConnection::Current() {
+    struct Holder {
+        std::mutex mutex; // guards the reference; the loop's lock may be taken under it
+        std::shared_ptr<ServerConnection> connection;
+    };
+    // Never destroyed: whoever still captures while the process ends may ask for it.
+    static Holder& holder = *std::make_unique<Holder>().release();
+    const std::lock_guard lock(holder.mutex);
+    if (holder.connection == nullptr || !holder.connection->IsUsable()) {
+        holder.connection.reset(new ServerConnection); // NOLINT: the constructor is private
+        holder.connection->Begin();
+    }
+    return holder.connection;
+}
+
+bool ServerConnection::Begin() {
     loop_.reset(pa_threaded_mainloop_new());
     if (loop_ == nullptr) {
         return false;
     }
     pa_threaded_mainloop_set_name(loop_.get(), "kelvarin-sound");
     context_.reset(pa_context_new(pa_threaded_mainloop_get_api(loop_.get()), "Kelvarin"));
-    if (context_ == nullptr || pa_threaded_mainloop_start(loop_.get()) < 0) {
+    if (context_ == nullptr) {
         return false;
     }
-    const Lock lock(*this);
     pa_context_set_state_callback(
         context_.get(),
         [](pa_context* /*context*/, void* user) {
-            static_cast<const ServerConnection*>(user)->WakeWaiters();
+            static_cast<ServerConnection*>(user)->OnContextState();
         },
         this);
-    if (pa_context_connect(context_.get(), nullptr, PA_CONTEXT_NOFLAGS, nullptr) < 0) {
-        return false;
-    }
-    return WaitUntil(lock, [this] { return pa_context_get_state(Context()) == PA_CONTEXT_READY; });
+    pa_context_set_subscribe_callback(
+        context_.get(),
+        [](pa_context* /*context*/, pa_subscription_event_type_t /*event*/, std::uint32_t /*index*/,
+           void* user) { static_cast<ServerConnection*>(user)->BeginAsking(); },
+        this);
+    owesSince_ = Clock::now();
+    ++roundsBegun_; // OnContextState asks
+    // No server is started for us: that takes as long as it takes, inside the call.
+    return pa_context_connect(context_.get(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0 &&
+           pa_threaded_mainloop_start(loop_.get()) >= 0;
 }
 
 ServerConnection::~ServerConnection() {
@@ -118,16 +130,116 @@ ServerConnection::~ServerConnection() {
     if (loop_ != nullptr) {
         pa_threaded_mainloop_stop(loop_.get());
     }
+    questions_.clear();
+    subscription_.reset();
 }
 
-bool ServerConnection::WaitUntil(const Lock& /*lock*/, const std::function<bool()>& done) {
-    const Deadline deadline(Context(), loop_.get(), kAnswerTimeoutMs);
+bool ServerConnection::IsUsable() const {
+    if (loop_ == nullptr || context_ == nullptr) {
+        return false;
+    }
+    const Lock lock(*this);
+    return PA_CONTEXT_IS_GOOD(pa_context_get_state(Context()));
+}
+
+void ServerConnection::OnContextState() {
+    if (pa_context_get_state(Context()) == PA_CONTEXT_READY) {
+        subscription_.reset(
+            pa_context_subscribe(Context(), PA_SUBSCRIPTION_MASK_SERVER, nullptr, nullptr));
+        SendQuestions();
+    }
+    WakeWaiters();
+}
+
+void ServerConnection::BeginAsking() {
+    if (answersMissing_ > 0 || pa_context_get_state(Context()) != PA_CONTEXT_READY) {
+        askAgain_ = answersMissing_ > 0; // else it is asked as soon as there is a server
+        return;
+    }
+    ++roundsBegun_;
+    owesSince_ = owesSince_.value_or(Clock::now());
+    SendQuestions();
+}
+
+void ServerConnection::SendQuestions() {
+    const auto onSink = [](pa_context* /*context*/, const pa_sink_info* info, int end, void* user) {
+        auto* self = static_cast<ServerConnection*>(user);
+        if (end != 0) {
+            self->OnAnswerPart();
+        } else if (!IsStandIn(info->name)) {
+            self->arriving_.sinks.push_back(FromSink(*info));
+        }
+    };
+    const auto onSource = [](pa_context* /*context*/, const pa_source_info* info, int end,
+                             void* user) {
+        auto* self = static_cast<ServerConnection*>(user);
+        if (end != 0) {
+            self->OnAnswerPart();
+        } else if (info->monitor_of_sink == PA_INVALID_INDEX && !IsStandIn(info->name)) {
+            self->arriving_.sources.push_back(FromSource(*info));
+        }
+    };
+    const auto onServer = [](pa_context* /*context*/, const pa_server_info* info, void* user) {
+        auto* self = static_cast<ServerConnection*>(user);
+        if (info != nullptr) {
+            self->arriving_.defaultSink = Text(info->default_sink_name);
+            self->arriving_.defaultSource = Text(info->default_source_name);
+            self->arriving_.onPipeWire =
+                Text(info->server_name).find("PipeWire") != std::string::npos;
+        }
+        self->OnAnswerPart();
+    };
+    arriving_ = {};
+    questions_.clear();
+    questions_.emplace_back(pa_context_get_sink_info_list(Context(), onSink, this));
+    questions_.emplace_back(pa_context_get_source_info_list(Context(), onSource, this));
+    questions_.emplace_back(pa_context_get_server_info(Context(), onServer, this));
+    answersMissing_ = questions_.size();
+}
+
+void ServerConnection::OnAnswerPart() {
+    if (--answersMissing_ > 0) {
+        return;
+    }
+    devices_ = std::move(arriving_);
+    roundsAnswered_ = roundsBegun_;
+    owesSince_.reset();
+    WakeWaiters();
+    const std::vector<DeviceListener*> told = listeners_; // which may come and go meanwhile
+    for (DeviceListener* const listener : told) {
+        if (std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end()) {
+            listener->OnDevices(*devices_);
+        }
+    }
+    if (std::exchange(askAgain_, false)) {
+        BeginAsking();
+    }
+}
+
+std::chrono::milliseconds ServerConnection::OwesAnswerFor() const {
+    return owesSince_ ? std::chrono::duration_cast<Milliseconds>(Clock::now() - *owesSince_)
+                      : Milliseconds(0);
+}
+
+bool ServerConnection::WaitUntil(const Lock& /*lock*/, Milliseconds limit,
+                                 const std::function<bool()>& done) {
+    const auto begun = Clock::now();
+    const auto end = owesSince_.value_or(begun) + limit;
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - begun);
+    if (left.count() <= 0) {
+        return done();
+    }
+    const Deadline deadline(Context(), loop_.get(), left);
     while (!done()) {
         if (!PA_CONTEXT_IS_GOOD(pa_context_get_state(Context()))) {
             return false;
         }
         if (deadline.HasPassed()) {
-            pa_context_disconnect(Context());
+            // Whoever asks next does not wait as long again, until the server has answered this.
+            owesSince_ = owesSince_.value_or(begun);
+            if (answersMissing_ == 0) {
+                BeginAsking();
+            }
             return false;
         }
         pa_threaded_mainloop_wait(loop_.get());
@@ -135,7 +247,7 @@ bool ServerConnection::WaitUntil(const Lock& /*lock*/, const std::function<bool(
     return true;
 }
 
-bool ServerConnection::Finish(const Lock& lock, pa_operation* begun) {
+bool ServerConnection::Finish(const Lock& lock, Milliseconds limit, pa_operation* begun) {
     if (begun == nullptr) {
         return false;
     }
@@ -149,29 +261,29 @@ bool ServerConnection::Finish(const Lock& lock, pa_operation* begun) {
     const auto hasEnded = [&operation] {
         return pa_operation_get_state(operation.get()) != PA_OPERATION_RUNNING;
     };
-    return WaitUntil(lock, hasEnded) &&
+    return WaitUntil(lock, limit, hasEnded) &&
            pa_operation_get_state(operation.get()) == PA_OPERATION_DONE;
 }
 
-std::optional<std::vector<Endpoint>> ServerConnection::ListEndpoints(EDataFlow flow) {
-    std::vector<Endpoint> endpoints;
-    const Lock lock(*this);
-    const bool listed = Finish(
-        lock, flow == eRender ? pa_context_get_sink_info_list(Context(), OnSink, &endpoints)
-                              : pa_context_get_source_info_list(Context(), OnSource, &endpoints));
-    if (!listed) {
+std::optional<Devices> ServerConnection::AskForDevices(Milliseconds limit) {
+    if (!IsUsable()) {
         return std::nullopt;
     }
-    return endpoints;
+    const Lock lock(*this);
+    BeginAsking();
+    const std::uint64_t wanted = roundsBegun_ + (askAgain_ ? 1 : 0);
+    if (!WaitUntil(lock, limit, [this, wanted] { return roundsAnswered_ >= wanted; })) {
+        return std::nullopt;
+    }
+    return devices_;
 }
 
-std::optional<std::string> ServerConnection::DefaultName(EDataFlow flow) {
-    DefaultNames names;
-    const Lock lock(*this);
-    if (!Finish(lock, pa_context_get_server_info(Context(), OnServer, &names))) {
+std::optional<Devices> ServerConnection::LastDevices() const {
+    if (!IsUsable()) {
         return std::nullopt;
     }
-    return flow == eRender ? names.sink : names.source;
+    const Lock lock(*this);
+    return devices_;
 }
 
 } // namespace audio
