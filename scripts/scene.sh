@@ -69,6 +69,16 @@ EOF
     wait_until 10 pactl info || { cat "$private/sound.log" >&2; fail "no sound server"; }
 }
 
+# make_straight FILE: the recorded sentences behind each other, as the recogniser takes them, with a
+# second of silence behind each, as between the played ones.
+make_straight() {
+    local recording
+    for recording in "$speech"/*.wav; do
+        tail -c +45 "$recording" # behind the 44 bytes of its header
+        head -c 32000 /dev/zero
+    done >"$1"
+}
+
 # ---- Service -------------------------------------------------------------------------------------
 
 # start_service FOLDER KEY: on port 443 of this computer, with a certificate and accounts in the

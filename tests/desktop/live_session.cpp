@@ -141,9 +141,12 @@ int main(int argumentCount, char** arguments) {
     if (!options["--words"].empty()) {
         std::ofstream(options["--words"]) << printer.Words() << "\n";
     }
-    std::printf("  %d captions, %d partial results, %.1f s of sound, %.2f %% of a core in %.1f s\n",
-                printer.Finals(), printer.Partials(), static_cast<double>(heardBytes) / 32000.0,
-                100.0 * cpuSeconds / wall.count(), wall.count());
+    const double heardSeconds = static_cast<double>(heardBytes) / 32000.0;
+    std::printf(
+        "  %d captions, %d partial results, %.1f s of sound (%.3f of the time), %.2f %% of a "
+        "core in %.1f s\n",
+        printer.Finals(), printer.Partials(), heardSeconds, heardSeconds / wall.count(),
+        100.0 * cpuSeconds / wall.count(), wall.count());
     CoUninitialize();
     return printer.Failed() ? 1 : 0;
 }

@@ -55,38 +55,57 @@ std::size_t Distance(const Words& reference, const Words& words) {
     return row.back();
 }
 
-double Percent(const Words& reference, const char* path) {
-    const std::size_t errors = Distance(reference, ReadWords(path));
-    return 100.0 * static_cast<double>(errors) / static_cast<double>(reference.size());
+// Prints each text's errors in per cent of the reference's words, and returns their mean.
+double MeanOf(const Words& reference, const std::vector<const char*>& paths, const char* what) {
+    double sum = 0.0;
+    for (const char* const path : paths) {
+        const std::size_t errors = Distance(reference, ReadWords(path));
+        const double percent =
+            100.0 * static_cast<double>(errors) / static_cast<double>(reference.size());
+        std::printf("  %5.1f %%  %s\n", percent, path);
+        sum += percent;
+    }
+    const double mean = sum / static_cast<double>(paths.size());
+    if (paths.size() > 1) {
+        std::printf("  %5.1f %%  %s, on average\n", mean, what);
+    }
+    return mean;
 }
 
 } // namespace
 
-// One listening differs from the next by a few words, and each word is more than a point: the live
-// texts are judged by their mean.
+// One listening differs from the next by a few words, and each word is more than a point: the texts
+// of either kind are judged by their mean.
 int main(int argumentCount, char** arguments) {
-    constexpr double kTolerance = 5.0; // per cent of the reference's words
-    if (argumentCount < 4) {
+    double tolerance = 5.0; // per cent of the reference's words
+    std::vector<const char*> direct;
+    std::vector<const char*> live;
+    int i = 1;
+    if (i + 1 < argumentCount && std::string(arguments[i]) == "--tolerance") {
+        tolerance = std::stod(arguments[i + 1]);
+        i += 2;
+    }
+    const char* const transcription = i < argumentCount ? arguments[i++] : "";
+    for (auto* texts = &direct; i < argumentCount; ++i) {
+        if (std::string(arguments[i]) == "--") {
+            texts = &live;
+        } else {
+            texts->push_back(arguments[i]);
+        }
+    }
+    if (direct.empty() || live.empty()) {
         std::cerr
-            << "Usage: kelvarin-word-errors REFERENCE DIRECT LIVE...\n"
+            << "Usage: kelvarin-word-errors [--tolerance POINTS] REFERENCE DIRECT... -- LIVE...\n"
                "Prints the word errors of each text in per cent of the reference's words.\n"
-               "Exit code 1 when the LIVE texts' mean is more than 5 points worse than DIRECT.\n";
+               "Exit code 1 when the mean of the LIVE texts is more than POINTS (5) worse\n"
+               "than that of the DIRECT ones.\n";
         return 2;
     }
-    const Words reference = ReadWords(arguments[1]);
+    const Words reference = ReadWords(transcription);
     if (reference.empty()) {
-        std::cerr << arguments[1] << ": no words\n";
+        std::cerr << transcription << ": no words\n";
         return 2;
     }
-    const double direct = Percent(reference, arguments[2]);
-    std::printf("  %5.1f %%  straight into the recogniser\n", direct);
-    double sum = 0.0;
-    for (int i = 3; i < argumentCount; ++i) {
-        const double live = Percent(reference, arguments[i]);
-        std::printf("  %5.1f %%  %s\n", live, arguments[i]);
-        sum += live;
-    }
-    const double mean = sum / (argumentCount - 3);
-    std::printf("  %5.1f %%  live, on average\n", mean);
-    return mean <= direct + kTolerance ? 0 : 1;
+    const double straight = MeanOf(reference, direct, "straight into the recogniser");
+    return MeanOf(reference, live, "live") <= straight + tolerance ? 0 : 1;
 }
