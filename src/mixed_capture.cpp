@@ -15,7 +15,10 @@ StreamParts PartsOf(CaptureStream& stream) {
 
 bool AudioCapture::OpenStream(const WideString& deviceId, bool loopback, CaptureStream& stream) {
     stream.loopback = loopback;
-    const OpenResult result = OpenParts(deviceId, loopback, PartsOf(stream));
+    OpenResult result = OpenDevice(deviceId, loopback, PartsOf(stream));
+    if (result.opened) {
+        result = StartStream(loopback, PartsOf(stream));
+    }
     if (!result.opened) {
         if (result.failedStep == OpenStep::Initialize) {
             AudioTrace(TEXT("[AUDIO] OpenStream Initialize FAILED hr=0x%08X loopback=%d\n"),

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <thread>
 
 namespace {
 
@@ -180,6 +181,19 @@ TEST_F(Capture, TracesAStartAndAStopAsTheyHappen) {
                     "[AUDIO] Stop() called\n"
                     "[AUDIO] CaptureThread exiting  cbFires=0\n"
                     "[AUDIO] Stop() done\n");
+}
+
+// A device that hangs in the opening can still be told by its format.
+TEST_F(Capture, TracesTheMixFormatBeforeTheStreamIsInitialised) {
+    speaker.Hold("Initialize");
+    testing::internal::CaptureStderr();
+    std::thread opening([&] { EXPECT_TRUE(capture->StartLoopback(TEXT(""), Consumer())); });
+    const bool reached = speaker.WaitUntilHeld();
+    const std::string trace = testing::internal::GetCapturedStderr();
+    speaker.LetGo();
+    opening.join();
+    EXPECT_TRUE(reached);
+    EXPECT_NE(trace.find("[AUDIO]   MixFormat: 16000 Hz"), std::string::npos) << trace;
 }
 
 // ---- Packets -----------------------------------------------------------------------------------
