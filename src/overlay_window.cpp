@@ -51,8 +51,8 @@ OverlayWindow::OverlayWindow() : hInstance_(GetModuleHandleW(nullptr)) {
 }
 
 OverlayWindow::~OverlayWindow() {
-    if (runFlag_) {
-        *runFlag_ = false;
+    if (run_ != nullptr) {
+        run_->End();
     }
     if (worker_.joinable()) {
         worker_.detach(); // it may be waiting for the network
@@ -62,9 +62,7 @@ OverlayWindow::~OverlayWindow() {
     }
     CloseTranscript();
     gdiplus_.reset();
-    runFlag_.reset();
     run_.reset();
-    capture_.reset();
     translator_.reset();
     tray_.reset();
     popup_.reset();
@@ -243,6 +241,9 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
     case kMsgStopped:
         OnTranslationStopped();
         return 0;
+    case kMsgSources:
+        OnSources(static_cast<UINT>(wParam), lParam != 0);
+        return 0;
     default:
         break;
     }
@@ -369,8 +370,8 @@ void OverlayWindow::ApplyCaptureExclusion() const {
 
 void OverlayWindow::Exit() {
     tray_->windowVisible = false;
-    if (runFlag_) {
-        *runFlag_ = false;
+    if (run_ != nullptr) {
+        run_->End();
     }
     DestroyWindow(hwnd_);
 }

@@ -72,6 +72,9 @@ private:
     void StartTranslation();
     void StopTranslation();
     void RestartTranslation();
+    SourceChoice ChosenSources(const ConfigData& config) const;
+    void OnSources(UINT number, bool open);
+    void ShowSourceStatus(bool open);
     void ToggleSource(bool& source, const WCHAR* storedName);
     void OnTranslationStarted();
     void OnTranslationStopped();
@@ -131,11 +134,10 @@ private:
 
     // The current or the last run.
     std::shared_ptr<AzureTranslator> translator_;
-    std::shared_ptr<AudioCapture> capture_;
     std::shared_ptr<TranslationRun> run_;
-    std::shared_ptr<std::atomic<bool>> runFlag_; // run_'s; false asks the run to end
-    std::thread worker_;                         // never joined: it may wait for the network
-    bool isRunning_ = false;                     // from kMsgStarted to kMsgStopped or kMsgError
+    SourceChoice sources_;   // what the run was asked to listen to, last
+    std::thread worker_;     // never joined: it may wait for the network
+    bool isRunning_ = false; // from kMsgStarted to kMsgStopped or kMsgError
     bool useMic_ = true;
     bool useLoopback_ = false;
 
