@@ -143,7 +143,7 @@ void CloseParts(const StreamParts& parts) {
     parts.event.Reset(nullptr);
 }
 
-AudioCapture::AudioCapture() {
+AudioCapture::AudioCapture(SourceEndCallback onSourceEnd) : onSourceEnd_(std::move(onSourceEnd)) {
     TraceText(TEXT("[AUDIO] AudioCapture::ctor\n"));
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
 }
@@ -227,6 +227,14 @@ void AudioCapture::CaptureThread(bool loopback) {
     const PacketCounts counts = ReadPackets(source, stop_, deliver, traceStats);
     AudioTrace(TEXT("[AUDIO] CaptureThread exiting  cbFires=%llu\n"),
                static_cast<unsigned long long>(counts.cbFires));
+    TellSourceEnd();
+}
+
+// At the end of a thread that reads.
+void AudioCapture::TellSourceEnd() const {
+    if (!stop_ && onSourceEnd_) {
+        onSourceEnd_();
+    }
 }
 
 void AudioCapture::Stop() {

@@ -98,12 +98,14 @@ void AudioCapture::MicThread() {
     TraceText(TEXT("[AUDIO] MixMode: MicThread started\n"));
     StreamReadLoop(micStream_, stop_, mixMutex_, micBuffer_, mixWake_.get());
     TraceText(TEXT("[AUDIO] MixMode: MicThread exiting\n"));
+    TellSourceEnd();
 }
 
 void AudioCapture::LoopbackThread() {
     TraceText(TEXT("[AUDIO] MixMode: LoopbackThread started\n"));
     StreamReadLoop(loopStream_, stop_, mixMutex_, loopBuffer_, mixWake_.get());
     TraceText(TEXT("[AUDIO] MixMode: LoopbackThread exiting\n"));
+    TellSourceEnd();
 }
 
 void AudioCapture::MixThread() {

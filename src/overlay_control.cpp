@@ -29,6 +29,7 @@ void OverlayWindow::StartTranslation() {
     translator_ = translator;
     run_ = run;
     sources_ = ChosenSources(config);
+    sourceLost_ = false;
     translator->Configure(
         config.access_key, config.lang_a, config.lang_a_tgt, config.lang_b, config.lang_b_tgt,
         [window = hwnd_](const TranslationResult& result) { PostResult(window, result); },
@@ -76,20 +77,26 @@ void OverlayWindow::RestartTranslation() {
     const UINT number = sources_.number + 1;
     sources_ = ChosenSources(popup_->BuildConfig());
     sources_.number = number;
+    sourceLost_ = false;
     run_->Choose(sources_);
 }
 
 // What is told of a choice that has been changed meanwhile says nothing of the sources, and what a
-// run that is ending tells may not take the place of how it ended.
+// run that is ending tells may not take the place of how it ended. A source can end before the run
+// is known to be up, and before its opening is told.
 void OverlayWindow::OnSources(UINT number, bool open) {
-    if (isRunning_ && run_ != nullptr && run_->IsActive() && number == sources_.number) {
-        ShowSourceStatus(open);
+    if (run_ == nullptr || !run_->IsActive() || number != sources_.number) {
+        return;
+    }
+    sourceLost_ = sourceLost_ || !open;
+    if (isRunning_) {
+        ShowSourceStatus();
         Repaint();
     }
 }
 
-void OverlayWindow::ShowSourceStatus(bool open) {
-    if (!open) {
+void OverlayWindow::ShowSourceStatus() {
+    if (sourceLost_) {
         SetStatus(TEXT("Audio switch failed — check device"), false);
     } else if (useMic_ || useLoopback_) {
         status_.clear();
@@ -103,7 +110,7 @@ void OverlayWindow::ShowSourceStatus(bool open) {
 void OverlayWindow::OnTranslationStarted() {
     DebugTrace(TEXT("[UI] OnTranslationStarted isRunning_=true\n"));
     isRunning_ = true;
-    ShowSourceStatus(true);
+    ShowSourceStatus();
     SetLiveIndicator(true);
     popup_->SetRunning(true);
     if (useMic_ != sources_.useMic || useLoopback_ != sources_.useLoopback) {

@@ -74,7 +74,7 @@ private:
     void RestartTranslation();
     SourceChoice ChosenSources(const ConfigData& config) const;
     void OnSources(UINT number, bool open);
-    void ShowSourceStatus(bool open);
+    void ShowSourceStatus();
     void ToggleSource(bool& source, const WCHAR* storedName);
     void OnTranslationStarted();
     void OnTranslationStopped();
@@ -135,9 +135,10 @@ private:
     // The current or the last run.
     std::shared_ptr<AzureTranslator> translator_;
     std::shared_ptr<TranslationRun> run_;
-    SourceChoice sources_;   // what the run was asked to listen to, last
-    std::thread worker_;     // never joined: it may wait for the network
-    bool isRunning_ = false; // from kMsgStarted to kMsgStopped or kMsgError
+    SourceChoice sources_;    // what the run was asked to listen to, last
+    bool sourceLost_ = false; // one of these could not be opened, or has ended
+    std::thread worker_;      // never joined: it may wait for the network
+    bool isRunning_ = false;  // from kMsgStarted to kMsgStopped or kMsgError
     bool useMic_ = true;
     bool useLoopback_ = false;
 

@@ -122,6 +122,13 @@ void FailWithoutSound(const WorkerContext& context) {
     }
 }
 
+// Not yet open.
+std::unique_ptr<AudioCapture> MakeCapture(const WorkerContext& context,
+                                          const SourceChoice& sources) {
+    return std::make_unique<AudioCapture>(
+        [run = context.run, sources] { run->PostSources(sources, false); });
+}
+
 // With neither source there is nothing to open, which is no failure.
 bool OpenSources(AudioCapture& capture, const SourceChoice& sources, AzureTranslator& translator) {
     const auto push = [&translator](const std::uint8_t* data, std::uint32_t bytes) {
@@ -145,7 +152,7 @@ void SwitchSources(const WorkerContext& context, std::unique_ptr<AudioCapture> c
     while (context.run->WaitForChoice()) {
         capture.reset(); // which ends its callbacks, and may take a while: the last choice counts
         if (const auto choice = context.run->TakeChoice()) {
-            capture = std::make_unique<AudioCapture>();
+            capture = MakeCapture(context, *choice);
             const bool open = OpenSources(*capture, *choice, *context.translator);
             context.run->PostSources(*choice, open);
         }
@@ -161,7 +168,7 @@ void RunWorker(const WorkerContext& context) {
         FailWithoutSession(context);
         return;
     }
-    auto capture = std::make_unique<AudioCapture>();
+    auto capture = MakeCapture(context, context.sources);
     if (context.run->IsActive()) { // the service may have ended the session by now
         if (!OpenSources(*capture, context.sources, *context.translator)) {
             FailWithoutSound(context);

@@ -20,8 +20,8 @@ inline constexpr UINT kMsgResult = WM_APP + 10;  // a heap TranslationResult
 inline constexpr UINT kMsgError = WM_APP + 11;   // a heap WideString, the raw failure text
 inline constexpr UINT kMsgStarted = WM_APP + 12; // lParam is 0
 inline constexpr UINT kMsgStopped = WM_APP + 13; // lParam is 0
-// The sources have been switched: wParam is the number of the choice, lParam 1 when they are open,
-// 0 when they could not be opened.
+// What has become of the sources: wParam is the number of the choice, lParam 1 when they are open,
+// 0 when they could not be opened or when one of them has ended.
 inline constexpr UINT kMsgSources = WM_APP + 14;
 
 // Which sources a run listens to.

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <regex>
 #include <thread>
 
@@ -37,8 +39,18 @@ protected:
     ScriptedEndpoint& headset = scene.Add(TEXT("headset"), eRender);
     ScriptedEndpoint& mic = scene.Add(TEXT("mic"), eCapture);
     ScriptedEndpoint& camera = scene.Add(TEXT("camera"), eCapture);
+    bool WaitForSourceEnds(int count) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (sourceEnds < count && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        return sourceEnds == count;
+    }
+
     PcmCollector pcm;
-    std::unique_ptr<AudioCapture> capture = std::make_unique<AudioCapture>();
+    std::atomic<int> sourceEnds{0};
+    std::unique_ptr<AudioCapture> capture =
+        std::make_unique<AudioCapture>([this] { ++sourceEnds; });
 };
 
 // ---- Devices -----------------------------------------------------------------------------------
@@ -258,12 +270,15 @@ TEST_P(CapturePackets, EndsItsThreadWhenTheDeviceGoesAndStartsAgain) {
         ASSERT_TRUE(pcm.WaitForSamples(3));
         Source().Fail("GetNextPacketSize", static_cast<HRESULT>(0x88890004));
         Source().Push(Int16Packet({4}));
+        EXPECT_TRUE(WaitForSourceEnds(1));
         capture->Stop(); // must not wait for a device that has gone
     });
     EXPECT_NE(trace.find("[AUDIO] CaptureThread exiting  cbFires=1\n"), std::string::npos);
     Source().Fail("GetNextPacketSize", S_OK);
     ASSERT_TRUE(Start());
     EXPECT_TRUE(pcm.WaitForSamples(4));
+    capture->Stop();
+    EXPECT_EQ(sourceEnds, 1) << "a source that was asked to stop has not ended by itself";
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, CapturePackets, testing::Bool(),
@@ -356,6 +371,7 @@ TEST_F(Capture, MixedModeStartsWholeOrNotAtAll) {
 TEST_F(Capture, MixedModeGoesOnWithTheSourceThatIsLeft) {
     ASSERT_TRUE(capture->StartMixed(TEXT(""), TEXT(""), Consumer()));
     speaker.Fail("GetNextPacketSize", static_cast<HRESULT>(0x88890004));
+    EXPECT_TRUE(WaitForSourceEnds(1));
     mic.Push(Int16Packet({1, 2, 3}));
     EXPECT_TRUE(pcm.WaitForSamples(3));
     ASSERT_TRUE(capture->StartLoopback(TEXT("headset"), Consumer()));

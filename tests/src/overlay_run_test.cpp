@@ -205,6 +205,37 @@ TEST_F(OverlayRun, RefusedBeforeItsDeviceIsOpenKeepsTheReasonAndNeverRuns) {
     }
 }
 
+TEST_F(OverlayRun, TellsThatASourceHasEndedAndBringsItBackWhenItIsPressedTwice) {
+    const auto unplug = [](ScriptedEndpoint& device) { device.Fail("GetNextPacketSize", E_FAIL); };
+    const auto plugIn = [](ScriptedEndpoint& device) { device.Fail("GetNextPacketSize", S_OK); };
+    const char* const lost = "Audio switch failed — check device";
+    unplug(mic);
+    mic.Push(Int16Packet({1})); // its end may be told before the run is
+    StartAndWait();
+    for (const bool mixed : {false, true}) {
+        for (ScriptedEndpoint* device : {&mic, &speaker}) {
+            if (!mixed && device == &speaker) {
+                continue;
+            }
+            unplug(*device);
+            ASSERT_TRUE(Settled(lost));
+            EXPECT_FALSE(overlay->StatusIsError());
+            EXPECT_TRUE(overlay->IsRunning());
+            EXPECT_TRUE(overlay->Lit());
+            plugIn(*device);
+            const int button = device == &mic ? kMicrophoneButton : kLoopbackButton;
+            overlay->Command(button);
+            overlay->Command(button);
+            ASSERT_TRUE(Settled(""));
+        }
+        overlay->Command(kLoopbackButton);
+        ASSERT_TRUE(ListensTo(true, !mixed));
+    }
+    unplug(mic);
+    overlay->Command(kStopButton);
+    EXPECT_TRUE(Settled("Paused")) << "what ends in a run that stops is not told";
+}
+
 struct FailureCase {
     const char* name;
     int startStatus;
