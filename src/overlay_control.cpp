@@ -7,6 +7,7 @@
 
 void OverlayWindow::StartTranslation() {
     DebugTrace(TEXT("[UI] StartTranslation called, isRunning_=%d\n"), isRunning_ ? 1 : 0);
+    popup_->FindMissingDevices();
     const ConfigData config = popup_->BuildConfig();
     if (config.access_key.empty()) {
         SetStatus(TEXT("Please enter Access Key in config"), false);
@@ -74,6 +75,7 @@ void OverlayWindow::RestartTranslation() {
     if (!isRunning_ || run_ == nullptr) {
         return;
     }
+    popup_->FindMissingDevices();
     const UINT number = sources_.number + 1;
     sources_ = ChosenSources(popup_->BuildConfig());
     sources_.number = number;
