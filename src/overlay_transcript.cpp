@@ -44,23 +44,29 @@ WideString NumberSuffix(int number) {
     return text.data();
 }
 
+struct NewFile {
+    HANDLE file;
+    WideString path;
+};
+
 // Makes a file that was not there before: two starts within a second would take the same name.
-HANDLE CreateNewFile(const WideString& name) {
+NewFile CreateNewFile(const WideString& name) {
     for (int number = 1; number <= kMostOfOneName; ++number) {
         const WideString path =
             name + (number == 1 ? WideString() : NumberSuffix(number)) + TEXT(".txt");
         HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE || GetLastError() != ERROR_FILE_EXISTS) {
-            return file;
+            return {file, path};
         }
     }
-    return INVALID_HANDLE_VALUE;
+    return {INVALID_HANDLE_VALUE, {}};
 }
 
-void WriteBytes(HANDLE file, const std::string& bytes) {
+bool WriteBytes(HANDLE file, const std::string& bytes) {
     DWORD written = 0;
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    return WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) !=
+           FALSE;
 }
 
 } // namespace
@@ -69,19 +75,21 @@ void OverlayWindow::OpenTranscript(const WideString& langA, const WideString& la
     CloseTranscript();
     const WideString folder = DesktopFolder() + kFolderName;
     CreateDirectoryW(folder.c_str(), nullptr);
-    logFile_ = CreateNewFile(folder + TEXT("\\translation_") + langA + TEXT("_") + langB +
-                             TEXT("_") + FileStamp());
-    if (logFile_ == INVALID_HANDLE_VALUE) {
+    const NewFile made = CreateNewFile(folder + TEXT("\\translation_") + langA + TEXT("_") + langB +
+                                       TEXT("_") + FileStamp());
+    if (made.file == INVALID_HANDLE_VALUE) {
         return;
     }
-    WriteBytes(logFile_, "\xEF\xBB\xBF"); // tells editors that the text is UTF-8
-    WriteBytes(logFile_, WideToUtf8(TEXT("# Translation Log  ") + langA + TEXT(" -> ") + langB +
-                                    TEXT("\r\n\r\n")));
+    logFile_ = made.file;
+    logPath_ = made.path;
+    logHead_ =
+        "\xEF\xBB\xBF" + // tells editors that the text is UTF-8
+        WideToUtf8(TEXT("# Translation Log  ") + langA + TEXT(" -> ") + langB + TEXT("\r\n\r\n"));
+    WriteTranscript("");
 }
 
-// In one call without a buffer of the program's own: what was written survives the program.
 void OverlayWindow::AppendTranscript(const WideString& original, const WideString& translated) {
-    if (logFile_ == INVALID_HANDLE_VALUE) {
+    if (logPath_.empty()) {
         return;
     }
     SYSTEMTIME now;
@@ -89,8 +97,36 @@ void OverlayWindow::AppendTranscript(const WideString& original, const WideStrin
     std::array<WCHAR, 32> time{};
     FormatWide(time.data(), time.size(), TEXT("[%02d:%02d:%02d]\r\n"), int{now.wHour},
                int{now.wMinute}, int{now.wSecond});
-    WriteBytes(logFile_,
-               WideToUtf8(time.data() + original + TEXT("\r\n") + translated + TEXT("\r\n\r\n")));
+    const std::string entry =
+        WideToUtf8(time.data() + original + TEXT("\r\n") + translated + TEXT("\r\n\r\n"));
+    if (logFile_ == INVALID_HANDLE_VALUE ||
+        (!WriteTranscript(entry) && GetLastError() == ERROR_FILE_INVALID)) {
+        ReopenTranscript();
+        WriteTranscript(entry);
+    }
+}
+
+// In one call without a buffer of the program's own: what was written survives the program. An
+// empty file gets its head first: a new one, and one that there was no room for, or that was
+// emptied by someone.
+bool OverlayWindow::WriteTranscript(const std::string& entry) const {
+    LARGE_INTEGER size{};
+    if (GetFileSizeEx(logFile_, &size) != FALSE && size.QuadPart == 0 &&
+        !WriteBytes(logFile_, logHead_)) {
+        return false;
+    }
+    return entry.empty() || WriteBytes(logFile_, entry);
+}
+
+// The open file is not the one under its name any more: it was deleted or moved away, or saved anew
+// by an editor, whose copy it goes on in.
+void OverlayWindow::ReopenTranscript() {
+    if (logFile_ != INVALID_HANDLE_VALUE) {
+        CloseHandle(logFile_);
+    }
+    CreateDirectoryW(logPath_.substr(0, logPath_.rfind(TEXT('\\'))).c_str(), nullptr);
+    logFile_ = CreateFileW(logPath_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
+                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 void OverlayWindow::CloseTranscript() {
@@ -98,4 +134,5 @@ void OverlayWindow::CloseTranscript() {
         CloseHandle(logFile_);
         logFile_ = INVALID_HANDLE_VALUE;
     }
+    logPath_.clear();
 }

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -121,6 +122,8 @@ private:
     // The transcript.
     void OpenTranscript(const WideString& langA, const WideString& langB);
     void AppendTranscript(const WideString& original, const WideString& translated);
+    bool WriteTranscript(const std::string& entry) const;
+    void ReopenTranscript();
     void CloseTranscript();
 
     HWND hwnd_ = nullptr;
@@ -175,6 +178,8 @@ private:
     int pressedButton_ = kNoButton;
     bool mouseTracked_ = false;             // WM_MOUSELEAVE has been asked for
     HANDLE logFile_ = INVALID_HANDLE_VALUE; // the open transcript
+    WideString logPath_;                    // where it is; empty without one
+    std::string logHead_;                   // what it begins with
     HWND tooltip_ = nullptr;
     bool newLogPending_ = true;            // the next start opens a new transcript
     bool showTranslation_ = true;          // not stored

@@ -3,10 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <random>
 #include <regex>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // ---- Card heights ------------------------------------------------------------------------------
 
@@ -209,6 +214,44 @@ TEST_F(Transcript, OfAStartAfterAClearIsAnotherFileAlsoWithinTheSameSecond) {
     for (int i = 0; i < 4; ++i) {
         EXPECT_NE(all.find("[time]\r\ntext " + std::to_string(i) + "\r\n"), std::string::npos);
     }
+}
+
+// Not every system lets an open file be touched; where one does, nothing may be lost by it.
+TEST_F(Transcript, IsThereAgainWithTheNextCaptionWhateverWasDoneToItsFile) {
+    overlay.Command(kStartButton);
+    const fs::path folder = TranscriptFolder();
+    const fs::path file = folder / TranscriptNames().at(0);
+    const std::function<void(std::error_code&)> deeds[] = {
+        [&](auto& refused) { fs::remove(file, refused); },
+        [&](auto& refused) { fs::rename(file, fs::path(file) += "~", refused); },
+        [&](auto& refused) { fs::resize_file(file, 0, refused); },
+        [&](auto& refused) { fs::remove_all(folder, refused); },
+    };
+    for (const auto& deed : deeds) {
+        overlay.Result("before", "");
+        std::error_code refused;
+        deed(refused);
+        overlay.Result("after", "the deed");
+        const std::string text = Text(file.filename().string());
+        EXPECT_EQ(text.find(kHeader), 0u) << text;
+        EXPECT_EQ(text.rfind("[time]\r\nafter\r\nthe deed\r\n\r\n"), text.size() - 27) << text;
+        EXPECT_EQ(text.find("before") == std::string::npos, !refused) << text;
+    }
+}
+
+TEST_F(Transcript, GoesOnInTheCopyThatAnEditorHasPutInItsPlace) {
+    overlay.Command(kStartButton);
+    overlay.Result("one", "uno");
+    const fs::path file = TranscriptFolder() / TranscriptNames().at(0);
+    const fs::path copy = fs::path(file) += ".new";
+    std::ofstream(copy, std::ios::binary)
+        << TranscriptText(file.filename().string()) << "a note\r\n";
+    std::error_code refused;
+    fs::rename(copy, file, refused);
+    overlay.Result("two", "dos");
+    const std::string note = refused ? "" : "a note\r\n";
+    EXPECT_EQ(Text(file.filename().string()),
+              kHeader + ("[time]\r\none\r\nuno\r\n\r\n" + note + "[time]\r\ntwo\r\ndos\r\n\r\n"));
 }
 
 TEST_F(Transcript, GetsResultsThatWaitWhileTheProgramExits) {
