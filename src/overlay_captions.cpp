@@ -2,6 +2,13 @@
 #include "overlay_window.h"
 
 #include <array>
+#include <chrono>
+
+namespace {
+
+constexpr std::chrono::milliseconds kLongestTaking{20}; // of results, without a picture
+
+} // namespace
 
 WideString MapServiceError(const WideString& raw) {
     struct Row {
@@ -23,6 +30,27 @@ WideString MapServiceError(const WideString& raw) {
         }
     }
     return raw.size() > kLongest ? raw.substr(0, kLongest) + TEXT("…") : raw;
+}
+
+// With the results that wait behind the first one: a picture of each would hold up the transcript,
+// and every message behind them. What the user does and one picture come in between from time to
+// time.
+void OverlayWindow::OnResults(LPARAM first) {
+    const auto end = std::chrono::steady_clock::now() + kLongestTaking;
+    MSG next{};
+    next.message = kMsgResult;
+    next.lParam = first;
+    do {
+        if (next.message == WM_QUIT) { // which comes whatever one asks for
+            PostQuitMessage(static_cast<int>(next.wParam));
+            return;
+        }
+        if (const auto result = TakeResult(next.lParam)) {
+            OnResult(*result);
+        }
+    } while (std::chrono::steady_clock::now() < end &&
+             PeekMessageW(&next, hwnd_, kMsgResult, kMsgResult, PM_REMOVE) != FALSE);
+    Repaint();
 }
 
 // A result is kept whatever the run's state is: it may come after a stop or a failure.

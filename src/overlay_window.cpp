@@ -225,10 +225,7 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
         OnTray(lParam);
         return 0;
     case kMsgResult:
-        if (const auto result = TakeResult(lParam)) {
-            OnResult(*result);
-            Repaint();
-        }
+        OnResults(lParam);
         return 0;
     case kMsgError:
         if (const auto raw = TakeText(lParam)) {

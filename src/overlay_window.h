@@ -83,6 +83,7 @@ private:
     void SetLiveIndicator(bool lit);
 
     // Captions and the status line.
+    void OnResults(LPARAM first);
     void OnResult(const TranslationResult& result);
     void AddPendingCaption(const WideString& original, const WideString& translated);
     void AddFinalCaption(const WideString& original, const WideString& translated);

@@ -132,6 +132,26 @@ TEST(Captions, AreReplacedWhilePendingAndBecomeFinalInPlace) {
     EXPECT_EQ(Describe(overlay.Captions()), "f/? ") << "a message without a result";
 }
 
+TEST(Captions, ThatWaitAreTakenTogetherInTheirOrderPastWhatStandsBetweenThem) {
+    OverlayProbe overlay;
+    std::string expected;
+    for (int i = 0; i < 40; ++i) {
+        TranslationResult result;
+        result.original = Utf8ToWide(std::to_string(i));
+        result.isFinal = true;
+        PostResult(overlay.Window(), result);
+        if (i == 20) {
+            PostMessageW(overlay.Window(), kMsgStopped, 0, 0);
+        }
+        expected += std::to_string(i) + "/ ";
+    }
+    overlay.Pump(1); // of the messages, not of the results
+    EXPECT_EQ(Describe(overlay.Captions()), expected);
+    EXPECT_NE(overlay.Status(), "Paused");
+    overlay.Pump(1);
+    EXPECT_EQ(overlay.Status(), "Paused");
+}
+
 struct ErrorCase {
     const char* raw;
     const char* words;
