@@ -32,13 +32,13 @@ WideString MapServiceError(const WideString& raw) {
     return raw.size() > kLongest ? raw.substr(0, kLongest) + TEXT("…") : raw;
 }
 
-// With the results that wait behind the first one: a picture of each would hold up the transcript,
-// and every message behind them. What the user does and one picture come in between from time to
-// time.
-void OverlayWindow::OnResults(LPARAM first) {
+// With the results that wait behind the first one: a picture of each would hold up every message
+// behind them. What the user does and one picture come in between from time to time.
+void OverlayWindow::OnResults(WPARAM written, LPARAM first) {
     const auto end = std::chrono::steady_clock::now() + kLongestTaking;
     MSG next{};
     next.message = kMsgResult;
+    next.wParam = written;
     next.lParam = first;
     do {
         if (next.message == WM_QUIT) { // which comes whatever one asks for
@@ -46,7 +46,7 @@ void OverlayWindow::OnResults(LPARAM first) {
             return;
         }
         if (const auto result = TakeResult(next.lParam)) {
-            OnResult(*result);
+            OnResult(*result, next.wParam != 0);
         }
     } while (std::chrono::steady_clock::now() < end &&
              PeekMessageW(&next, hwnd_, kMsgResult, kMsgResult, PM_REMOVE) != FALSE);
@@ -54,12 +54,14 @@ void OverlayWindow::OnResults(LPARAM first) {
 }
 
 // A result is kept whatever the run's state is: it may come after a stop or a failure.
-void OverlayWindow::OnResult(const TranslationResult& result) {
-    if (result.isFinal) {
-        AddFinalCaption(result.original, result.translated);
-        AppendTranscript(result.original, result.translated);
-    } else {
+void OverlayWindow::OnResult(const TranslationResult& result, bool written) {
+    if (!result.isFinal) {
         AddPendingCaption(result.original, result.translated);
+        return;
+    }
+    AddFinalCaption(result.original, result.translated);
+    if (!written) {
+        transcript_->Append(result.original, result.translated);
     }
 }
 

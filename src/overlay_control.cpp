@@ -22,7 +22,7 @@ void OverlayWindow::StartTranslation() {
     }
     lastError_.clear();
     if (newLogPending_) {
-        OpenTranscript(config.lang_a, config.lang_b);
+        transcript_->Open(config.lang_a, config.lang_b);
         newLogPending_ = false;
     }
     const auto translator = std::make_shared<AzureTranslator>();
@@ -33,7 +33,12 @@ void OverlayWindow::StartTranslation() {
     sourceLost_ = false;
     translator->Configure(
         config.access_key, config.lang_a, config.lang_a_tgt, config.lang_b, config.lang_b_tgt,
-        [window = hwnd_](const TranslationResult& result) { PostResult(window, result); },
+        [window = hwnd_, transcript = transcript_](const TranslationResult& result) {
+            if (result.isFinal) {
+                transcript->Append(result.original, result.translated);
+            }
+            PostResult(window, result, true);
+        },
         [run](const WideString& text) { run->Fail(text); });
     auto context = std::make_unique<WorkerContext>(WorkerContext{translator, run, sources_});
     if (StartThread(worker_, [context = std::move(context)] { RunWorker(*context); })) {

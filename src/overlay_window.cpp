@@ -60,7 +60,7 @@ OverlayWindow::~OverlayWindow() {
     if (tooltip_ != nullptr) {
         DestroyWindow(tooltip_);
     }
-    CloseTranscript();
+    transcript_->Close();
     gdiplus_.reset();
     run_.reset();
     translator_.reset();
@@ -225,7 +225,7 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
         OnTray(lParam);
         return 0;
     case kMsgResult:
-        OnResults(lParam);
+        OnResults(wParam, lParam);
         return 0;
     case kMsgError:
         if (const auto raw = TakeText(lParam)) {
@@ -272,14 +272,14 @@ void OverlayWindow::EraseBackground(HDC dc) const {
     DeleteObject(brush);
 }
 
-// Results that had come before the end are kept: they are in no file yet.
+// Results that had come before the end are kept: they may be in no file yet.
 void OverlayWindow::OnDestroy() {
     MSG waiting;
     while (PeekMessageW(&waiting, hwnd_, kMsgResult, kMsgError, PM_REMOVE) != FALSE) {
         if (waiting.message == kMsgError) {
             TakeText(waiting.lParam);
         } else if (const auto result = TakeResult(waiting.lParam)) {
-            OnResult(*result);
+            OnResult(*result, waiting.wParam != 0);
         }
     }
     PostQuitMessage(0);

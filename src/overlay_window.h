@@ -1,13 +1,13 @@
 // The overlay: the program's main window and the owner of everything that outlives a run. Its parts
 // by topic: overlay_window.cpp life and messages, overlay_control.cpp runs, overlay_captions.cpp
-// captions and the service's words, overlay_render.cpp the picture, overlay_input.cpp the pointer,
-// overlay_transcript.cpp the text file.
+// captions and the service's words, overlay_render.cpp the picture, overlay_input.cpp the pointer.
 #pragma once
 
 #include "captions.h"
 #include "config_popup.h"
 #include "drawing.h"
 #include "toolbar.h"
+#include "transcript.h"
 #include "translation_run.h"
 #include "tray_icon.h"
 #include "wide_text.h"
@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -83,8 +82,8 @@ private:
     void SetLiveIndicator(bool lit);
 
     // Captions and the status line.
-    void OnResults(LPARAM first);
-    void OnResult(const TranslationResult& result);
+    void OnResults(WPARAM written, LPARAM first);
+    void OnResult(const TranslationResult& result, bool written);
     void AddPendingCaption(const WideString& original, const WideString& translated);
     void AddFinalCaption(const WideString& original, const WideString& translated);
     void PutCaption(const WideString& original, const WideString& translated, bool pending);
@@ -120,19 +119,14 @@ private:
     void ShowTooltip(int id);
     void PaintTooltip(const WCHAR* text, int width, int height) const;
 
-    // The transcript.
-    void OpenTranscript(const WideString& langA, const WideString& langB);
-    void AppendTranscript(const WideString& original, const WideString& translated);
-    bool WriteTranscript(const std::string& entry) const;
-    void ReopenTranscript();
-    void CloseTranscript();
-
     HWND hwnd_ = nullptr;
     HINSTANCE hInstance_;
     HKEY configKey_ = nullptr;
     std::vector<CaptionEntry> captions_; // oldest first
     std::mutex captionsMutex_;           // guards captions_
     CardHeights cardHeights_;            // of captions_
+    // Also every run's: its thread writes what it has before it asks the service for more.
+    const std::shared_ptr<Transcript> transcript_ = std::make_shared<Transcript>();
     std::unique_ptr<ConfigPopup> popup_;
     std::unique_ptr<TrayIcon> tray_;
 
@@ -177,10 +171,7 @@ private:
     int resizeStartHeight_ = 0;
     int hoverButton_ = kNoButton;
     int pressedButton_ = kNoButton;
-    bool mouseTracked_ = false;             // WM_MOUSELEAVE has been asked for
-    HANDLE logFile_ = INVALID_HANDLE_VALUE; // the open transcript
-    WideString logPath_;                    // where it is; empty without one
-    std::string logHead_;                   // what it begins with
+    bool mouseTracked_ = false; // WM_MOUSELEAVE has been asked for
     HWND tooltip_ = nullptr;
     bool newLogPending_ = true;            // the next start opens a new transcript
     bool showTranslation_ = true;          // not stored

@@ -8,16 +8,16 @@ namespace {
 
 // The payload of a message goes with it, or is freed here when the window has gone.
 template <typename Payload>
-void PostOwned(HWND window, UINT message, std::unique_ptr<Payload> payload) {
-    if (PostMessageW(window, message, 0, reinterpret_cast<LPARAM>(payload.get())) != FALSE) {
+void PostOwned(HWND window, UINT message, WPARAM wParam, std::unique_ptr<Payload> payload) {
+    if (PostMessageW(window, message, wParam, reinterpret_cast<LPARAM>(payload.get())) != FALSE) {
         static_cast<void>(payload.release()); // the receiver's now
     }
 }
 
 } // namespace
 
-void PostResult(HWND window, const TranslationResult& result) {
-    PostOwned(window, kMsgResult, std::make_unique<TranslationResult>(result));
+void PostResult(HWND window, const TranslationResult& result, bool written) {
+    PostOwned(window, kMsgResult, written ? 1 : 0, std::make_unique<TranslationResult>(result));
 }
 
 // ---- What the threads share ---------------------------------------------------------------------
@@ -56,7 +56,7 @@ void TranslationRun::Fail(const WideString& text) {
     active_ = false;
     changed_.notify_all();
     if (!superseded_) {
-        PostOwned(window_, kMsgError, std::make_unique<WideString>(text));
+        PostOwned(window_, kMsgError, 0, std::make_unique<WideString>(text));
     }
 }
 

@@ -16,7 +16,7 @@
 
 // Into the window, from whichever thread. The receiver owns what lParam points at; wParam is 0
 // where nothing is said of it.
-inline constexpr UINT kMsgResult = WM_APP + 10;  // a heap TranslationResult
+inline constexpr UINT kMsgResult = WM_APP + 10;  // a heap TranslationResult; wParam: see PostResult
 inline constexpr UINT kMsgError = WM_APP + 11;   // a heap WideString, the raw failure text
 inline constexpr UINT kMsgStarted = WM_APP + 12; // lParam is 0
 inline constexpr UINT kMsgStopped = WM_APP + 13; // lParam is 0
@@ -41,8 +41,9 @@ inline std::unique_ptr<WideString> TakeText(LPARAM lParam) {
     return std::unique_ptr<WideString>(reinterpret_cast<WideString*>(lParam));
 }
 
-// Posts a copy of a result to the window.
-void PostResult(HWND window, const TranslationResult& result);
+// Posts a copy of a result to the window. `written`, which goes in wParam: it is in the transcript,
+// if it belongs there; else the receiver writes it.
+void PostResult(HWND window, const TranslationResult& result, bool written = false);
 
 // The state that a run's threads share. Any thread may call any operation but those that are said
 // to be the UI thread's or the worker's. None of them waits for the network or for a device, but

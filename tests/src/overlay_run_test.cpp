@@ -331,6 +331,20 @@ TEST_F(OverlayRun, LosesNoFinalResultAcrossStopStartClearAndFailure) {
     EXPECT_EQ(written, sent);
 }
 
+// A program that is killed has lost nothing that the service will not send again.
+TEST_F(OverlayRun, HasWrittenItsFinalCaptionsWhenItAsksForMore) {
+    StartAndWait();
+    finals = 5;
+    const std::size_t before = service.Requests().size();
+    ASSERT_TRUE(service.WaitForRequests(before + 8)); // and the overlay serves no message meanwhile
+    const std::string text = TranscriptText(TranscriptNames().at(0));
+    for (int number = 5; number > 0; --number) {
+        EXPECT_NE(text.find("said " + std::to_string(number) + "\r\n"), std::string::npos) << text;
+    }
+    ASSERT_TRUE(overlay->PumpUntil([&] { return overlay->Captions().size() == 5; }));
+    EXPECT_EQ(TranscriptText(TranscriptNames().at(0)), text) << "each of them once";
+}
+
 // ---- Every order -------------------------------------------------------------------------------
 
 // What the state table says of the run that the user started last.

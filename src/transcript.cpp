@@ -1,6 +1,4 @@
-// The transcript: a text file of every final caption, in a folder on the desktop. Its failures are
-// silent; without a file the captions are on the screen alone.
-#include "overlay_window.h"
+#include "transcript.h"
 
 #include "com_ref.h"
 
@@ -71,8 +69,9 @@ bool WriteBytes(HANDLE file, const std::string& bytes) {
 
 } // namespace
 
-void OverlayWindow::OpenTranscript(const WideString& langA, const WideString& langB) {
-    CloseTranscript();
+void Transcript::Open(const WideString& langA, const WideString& langB) {
+    const std::lock_guard lock(mutex_);
+    CloseFile();
     const WideString folder = DesktopFolder() + kFolderName;
     CreateDirectoryW(folder.c_str(), nullptr);
     const NewFile made = CreateNewFile(folder + TEXT("\\translation_") + langA + TEXT("_") + langB +
@@ -80,16 +79,17 @@ void OverlayWindow::OpenTranscript(const WideString& langA, const WideString& la
     if (made.file == INVALID_HANDLE_VALUE) {
         return;
     }
-    logFile_ = made.file;
-    logPath_ = made.path;
-    logHead_ =
+    file_ = made.file;
+    path_ = made.path;
+    head_ =
         "\xEF\xBB\xBF" + // tells editors that the text is UTF-8
         WideToUtf8(TEXT("# Translation Log  ") + langA + TEXT(" -> ") + langB + TEXT("\r\n\r\n"));
-    WriteTranscript("");
+    Write("");
 }
 
-void OverlayWindow::AppendTranscript(const WideString& original, const WideString& translated) {
-    if (logPath_.empty()) {
+void Transcript::Append(const WideString& original, const WideString& translated) {
+    const std::lock_guard lock(mutex_);
+    if (path_.empty()) {
         return;
     }
     SYSTEMTIME now;
@@ -99,40 +99,42 @@ void OverlayWindow::AppendTranscript(const WideString& original, const WideStrin
                int{now.wMinute}, int{now.wSecond});
     const std::string entry =
         WideToUtf8(time.data() + original + TEXT("\r\n") + translated + TEXT("\r\n\r\n"));
-    if (logFile_ == INVALID_HANDLE_VALUE ||
-        (!WriteTranscript(entry) && GetLastError() == ERROR_FILE_INVALID)) {
-        ReopenTranscript();
-        WriteTranscript(entry);
+    if (file_ == INVALID_HANDLE_VALUE || (!Write(entry) && GetLastError() == ERROR_FILE_INVALID)) {
+        Reopen();
+        Write(entry);
     }
 }
 
-// In one call without a buffer of the program's own: what was written survives the program. An
-// empty file gets its head first: a new one, and one that there was no room for, or that was
+void Transcript::Close() {
+    const std::lock_guard lock(mutex_);
+    CloseFile();
+}
+
+// An empty file gets its head first: a new one, and one that there was no room for, or that was
 // emptied by someone.
-bool OverlayWindow::WriteTranscript(const std::string& entry) const {
+bool Transcript::Write(const std::string& entry) const {
     LARGE_INTEGER size{};
-    if (GetFileSizeEx(logFile_, &size) != FALSE && size.QuadPart == 0 &&
-        !WriteBytes(logFile_, logHead_)) {
+    if (GetFileSizeEx(file_, &size) != FALSE && size.QuadPart == 0 && !WriteBytes(file_, head_)) {
         return false;
     }
-    return entry.empty() || WriteBytes(logFile_, entry);
+    return entry.empty() || WriteBytes(file_, entry);
 }
 
 // The open file is not the one under its name any more: it was deleted or moved away, or saved anew
 // by an editor, whose copy it goes on in.
-void OverlayWindow::ReopenTranscript() {
-    if (logFile_ != INVALID_HANDLE_VALUE) {
-        CloseHandle(logFile_);
+void Transcript::Reopen() {
+    if (file_ != INVALID_HANDLE_VALUE) {
+        CloseHandle(file_);
     }
-    CreateDirectoryW(logPath_.substr(0, logPath_.rfind(TEXT('\\'))).c_str(), nullptr);
-    logFile_ = CreateFileW(logPath_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
-                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    CreateDirectoryW(path_.substr(0, path_.rfind(TEXT('\\'))).c_str(), nullptr);
+    file_ = CreateFileW(path_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-void OverlayWindow::CloseTranscript() {
-    if (logFile_ != INVALID_HANDLE_VALUE) {
-        CloseHandle(logFile_);
-        logFile_ = INVALID_HANDLE_VALUE;
+void Transcript::CloseFile() {
+    if (file_ != INVALID_HANDLE_VALUE) {
+        CloseHandle(file_);
+        file_ = INVALID_HANDLE_VALUE;
     }
-    logPath_.clear();
+    path_.clear();
 }
