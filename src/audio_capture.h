@@ -63,6 +63,7 @@ private:
     void MicThread();
     void LoopbackThread();
     void MixThread();
+    bool SamplesWait();
 
     StreamParts SingleSource();
 

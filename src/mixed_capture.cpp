@@ -7,6 +7,10 @@
 
 namespace {
 
+// Half the time from one packet to the next, which is 10 ms on most systems: one of the two sources
+// is always less than that behind the other. And a millisecond for what either comes late.
+constexpr DWORD kRoundPauseMs = 6;
+
 StreamParts PartsOf(CaptureStream& stream) {
     return {stream.device, stream.client, stream.capture, stream.event, stream.fmt, stream.isFloat};
 }
@@ -108,16 +112,25 @@ void AudioCapture::LoopbackThread() {
     TellSourceEnd();
 }
 
+bool AudioCapture::SamplesWait() {
+    const std::lock_guard lock(mixMutex_);
+    return !micBuffer_.empty() || !loopBuffer_.empty();
+}
+
 void AudioCapture::MixThread() {
     TraceText(TEXT("[AUDIO] MixMode: MixThread started\n"));
     MultimediaTask task;
     std::vector<std::int16_t> mic; // they trade places with the queues, so capacity is kept
     std::vector<std::int16_t> loopback;
     while (!stop_) {
-        // A round's pause lets both sources deliver; in silence there is nothing to wake up for.
+        // A round begins with the first samples that come, so that its pause lets the other source
+        // deliver what belongs to them; in silence there is nothing to wake up for.
         WaitForSingleObject(mixWake_.get(), INFINITE);
+        if (!SamplesWait()) {
+            continue; // taken by the round before, whose pause they came in: no beginning of one
+        }
         if (!stop_) {
-            Sleep(5);
+            Sleep(kRoundPauseMs);
         }
         if (stop_) {
             break;
@@ -126,9 +139,6 @@ void AudioCapture::MixThread() {
             const std::lock_guard lock(mixMutex_);
             mic.swap(micBuffer_);
             loopback.swap(loopBuffer_);
-        }
-        if (mic.empty() && loopback.empty()) {
-            continue;
         }
         const auto mixed = MixWithSaturation(mic, loopback);
         mic.clear();
