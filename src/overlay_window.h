@@ -133,12 +133,12 @@ private:
     // The current or the last run.
     std::shared_ptr<AzureTranslator> translator_;
     std::shared_ptr<TranslationRun> run_;
-    SourceChoice sources_;    // what the run was asked to listen to, last
-    bool sourceLost_ = false; // one of these could not be opened, or has ended
-    std::thread worker_;      // never joined: it may wait for the network
-    bool isRunning_ = false;  // from kMsgStarted to kMsgStopped or kMsgError
+    SourceChoice sources_;   // what the run was asked to listen to, last
+    std::thread worker_;     // never joined: it may wait for the network
+    bool isRunning_ = false; // from kMsgStarted to kMsgStopped or kMsgError
     bool useMic_ = true;
     bool useLoopback_ = false;
+    bool sourceLost_ = false; // of sources_: one could not be opened, or has ended
 
     bool clickThrough_ = false;      // pointer input passes through; not stored
     bool excludeFromCapture_ = true; // stays out of screen recordings; not stored

@@ -78,7 +78,7 @@ public:
     std::optional<SourceChoice> TakeChoice();
 
 private:
-    void Post(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) const;
+    void Post(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) const; // under the lock
 
     const HWND window_;
     mutable std::mutex mutex_; // guards all below; held for each post, so that none can slip past
