@@ -16,13 +16,17 @@ public:
         if (SUCCEEDED(result)) {
             return false;
         }
-        failure_ = {false, step, result, line};
+        result_ = {false, step, result, line};
         return true;
     }
-    OpenResult Failure() const { return failure_; }
+    OpenResult Failure() const { return result_; }
+    OpenResult Success() {
+        result_.opened = true;
+        return result_;
+    }
 
 private:
-    OpenResult failure_;
+    OpenResult result_;
 };
 
 bool FindEndpoint(const WideString& deviceId, EDataFlow flow, ComRef<IMMDevice>& device,
@@ -84,7 +88,7 @@ const WCHAR* IdForTrace(const WideString& deviceId) {
 
 } // namespace
 
-OpenResult OpenParts(const WideString& deviceId, bool loopback, const StreamParts& parts) {
+OpenResult OpenDevice(const WideString& deviceId, bool loopback, const StreamParts& parts) {
     StepRecorder steps;
     if (!FindEndpoint(deviceId, loopback ? eRender : eCapture, parts.device, steps)) {
         return steps.Failure();
@@ -99,6 +103,11 @@ OpenResult OpenParts(const WideString& deviceId, bool loopback, const StreamPart
         return steps.Failure();
     }
     parts.isFloat = IsFloatFormat(parts.fmt.get());
+    return steps.Success();
+}
+
+OpenResult StartStream(bool loopback, const StreamParts& parts) {
+    StepRecorder steps;
     const DWORD flags = loopback ? AUDCLNT_STREAMFLAGS_LOOPBACK : AUDCLNT_STREAMFLAGS_EVENTCALLBACK;
     if (steps.Failed(OpenStep::Initialize, __LINE__,
                      parts.client->Initialize(AUDCLNT_SHAREMODE_SHARED, flags, kBufferDuration, 0,
@@ -120,9 +129,7 @@ OpenResult OpenParts(const WideString& deviceId, bool loopback, const StreamPart
     if (steps.Failed(OpenStep::Start, __LINE__, parts.client->Start())) {
         return steps.Failure();
     }
-    OpenResult result;
-    result.opened = true;
-    return result;
+    return steps.Success();
 }
 
 void CloseParts(const StreamParts& parts) {
@@ -136,7 +143,7 @@ void CloseParts(const StreamParts& parts) {
     parts.event.Reset(nullptr);
 }
 
-AudioCapture::AudioCapture() {
+AudioCapture::AudioCapture(SourceEndCallback onSourceEnd) : onSourceEnd_(std::move(onSourceEnd)) {
     TraceText(TEXT("[AUDIO] AudioCapture::ctor\n"));
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
 }
@@ -161,11 +168,12 @@ bool AudioCapture::StartInternal(const WideString& deviceId, bool loopback, PcmC
     AudioTrace(TEXT("[AUDIO] StartInternal  loopback=%d\n"), loopback ? 1 : 0);
     Stop();
     const std::lock_guard lock(mutex_);
-    const OpenResult result = OpenParts(deviceId, loopback, SingleSource());
-    if (fmt_) {
+    OpenResult result = OpenDevice(deviceId, loopback, SingleSource());
+    if (result.opened) {
         AudioTrace(TEXT("[AUDIO]   MixFormat: %u Hz, %u ch, %u bit, tag=%u, isFloat=%d\n"),
                    static_cast<unsigned>(fmt_->nSamplesPerSec), unsigned{fmt_->nChannels},
                    unsigned{fmt_->wBitsPerSample}, unsigned{fmt_->wFormatTag}, isFloat_ ? 1 : 0);
+        result = StartStream(loopback, SingleSource());
     }
     if (!result.opened) {
         TraceFailure(result);
@@ -219,6 +227,14 @@ void AudioCapture::CaptureThread(bool loopback) {
     const PacketCounts counts = ReadPackets(source, stop_, deliver, traceStats);
     AudioTrace(TEXT("[AUDIO] CaptureThread exiting  cbFires=%llu\n"),
                static_cast<unsigned long long>(counts.cbFires));
+    TellSourceEnd();
+}
+
+// At the end of a thread that reads.
+void AudioCapture::TellSourceEnd() const {
+    if (!stop_ && onSourceEnd_) {
+        onSourceEnd_();
+    }
 }
 
 void AudioCapture::Stop() {

@@ -19,16 +19,20 @@
 // which it must not block and whose AudioCapture it must not stop.
 using PcmCallback = std::function<void(const std::uint8_t* data, std::uint32_t bytes)>;
 
+// Told when a source has ended by itself, as when its device was unplugged. Runs on the capture
+// thread of that source, under the same terms as PcmCallback.
+using SourceEndCallback = std::function<void()>;
+
 // One capture at a time, in one of three modes. The start operations and Stop of one object are
 // called one after the other, by whichever thread; the callback runs on a thread of this class.
 //
 // A device id is one that EnumerateDevices gave; an empty one means the system's default. A start
 // first stops what ran, and returns true once its threads run. When it returns false, the callback
-// has been released and the reason is in the trace. A device that goes away later ends its stream
-// silently: the object stays in its state until Stop or the next start.
+// has been released and the reason is in the trace. A device that goes away later ends its source,
+// of two that one alone; the object stays in its state until Stop or the next start.
 class AudioCapture {
 public:
-    AudioCapture();
+    explicit AudioCapture(SourceEndCallback onSourceEnd = nullptr);
     ~AudioCapture();
     AudioCapture(const AudioCapture&) = delete;
     AudioCapture& operator=(const AudioCapture&) = delete;
@@ -55,12 +59,15 @@ private:
                                std::mutex& mutex, std::vector<std::int16_t>& queue, HANDLE queued);
     bool LaunchMixThreads();
     void JoinThreads();
+    void TellSourceEnd() const;
     void MicThread();
     void LoopbackThread();
     void MixThread();
+    bool SamplesWait();
 
     StreamParts SingleSource();
 
+    const SourceEndCallback onSourceEnd_;
     PcmCallback callback_; // written before threads start and after they end; Stop leaves it
     std::thread captureThread_;
     std::atomic<bool> stop_{false}; // true asks every capture thread to end

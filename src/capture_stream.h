@@ -100,9 +100,12 @@ struct OpenResult {
     int line = 0; // of the failed call
 };
 
-// Opens a stream in its device's mix format and starts it: event-driven on a capture endpoint,
-// polled on a render endpoint. On failure the parts that were set stay set.
-OpenResult OpenParts(const WideString& deviceId, bool loopback, const StreamParts& parts);
+// Finds the device and its mix format. On failure the parts that were set stay set, here and below.
+OpenResult OpenDevice(const WideString& deviceId, bool loopback, const StreamParts& parts);
+
+// Opens a stream of that device in its mix format and starts it: event-driven on a capture
+// endpoint, polled on a render endpoint.
+OpenResult StartStream(bool loopback, const StreamParts& parts);
 
 // Stops the stream and releases whatever part of it is there, in the order that the audio service
 // wants: packets, client, device.

@@ -73,13 +73,12 @@ int StoredRow(HKEY key, const WCHAR* name, DWORD fallback) {
     return row < kLanguageSources.size() ? static_cast<int>(row) : -1;
 }
 
-// What a selection stands for; null when it stands for nothing.
-template <typename T>
-const T* Chosen(const DropList& list, const std::vector<T>& records) {
-    const int selected = list.selected_;
-    return selected >= 0 && static_cast<std::size_t>(selected) < records.size()
-               ? &records[static_cast<std::size_t>(selected)]
-               : nullptr;
+// Stores what the user has chosen. What the list shows for want of the saved device is not stored:
+// that one may come back.
+void StoreDevice(HKEY key, const WCHAR* name, const AudioDeviceInfo* device, bool byUser) {
+    if (device != nullptr && (byUser || ReadStoredText(key, name).empty())) {
+        WriteStoredText(key, name, device->name);
+    }
 }
 
 // Colours of a control that the system paints, and what is behind its text.
@@ -206,6 +205,10 @@ void ConfigPopup::AddLanguages() {
 // ---- For the overlay ----------------------------------------------------------------------------
 
 void ConfigPopup::Show() {
+    if (!IsVisible()) { // else a choice may stand there that is not saved
+        FillMicList();
+        FillLoopbackList();
+    }
     Reposition();
     ShowWindow(hwnd_, SW_SHOW);
     InvalidateRect(hwnd_, nullptr, TRUE);
@@ -297,12 +300,9 @@ void ConfigPopup::SaveToRegistry() const {
     WriteStoredText(key, TEXT("access_key"), KeyText(kStoredKeyRoom));
     WriteStoredNumber(key, TEXT("lang_a"), static_cast<DWORD>(langAList_->selected_));
     WriteStoredNumber(key, TEXT("lang_b"), static_cast<DWORD>(langBList_->selected_));
-    if (const AudioDeviceInfo* device = Chosen(*micList_, micDevices_)) {
-        WriteStoredText(key, TEXT("mic_device_name"), device->name);
-    }
-    if (const AudioDeviceInfo* device = Chosen(*loopbackList_, loopbackDevices_)) {
-        WriteStoredText(key, TEXT("loopback_device_name"), device->name);
-    }
+    StoreDevice(key, TEXT("mic_device_name"), Chosen(*micList_, micDevices_), micChosen_);
+    StoreDevice(key, TEXT("loopback_device_name"), Chosen(*loopbackList_, loopbackDevices_),
+                loopbackChosen_);
 }
 
 // ---- Messages -----------------------------------------------------------------------------------
@@ -396,6 +396,12 @@ void ConfigPopup::OnCommand(int id, int notification) {
         if (notification == EN_CHANGE) {
             OnKeyEdited();
         }
+        break;
+    case kMicListId:
+        micChosen_ = micChosen_ || notification == CBN_SELCHANGE;
+        break;
+    case kLoopbackListId:
+        loopbackChosen_ = loopbackChosen_ || notification == CBN_SELCHANGE;
         break;
     default: // a choice in a list stays there until it is read
         break;

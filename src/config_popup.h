@@ -30,6 +30,7 @@ public:
     ConfigPopup(const ConfigPopup&) = delete;
     ConfigPopup& operator=(const ConfigPopup&) = delete;
 
+    // Looks for devices anew.
     void Show();
     // Saves the settings.
     void Hide();
@@ -38,6 +39,8 @@ public:
     void Reposition() const;
     // During a run nothing can be changed here.
     void SetRunning(bool running);
+    // Looks for a saved device that was not there when its list was filled.
+    void FindMissingDevices();
     // The choice for a run, as the controls show it now, saved or not.
     ConfigData BuildConfig() const;
 
@@ -126,6 +129,8 @@ private:
     std::unique_ptr<DropList> loopbackList_;
     std::vector<AudioDeviceInfo> micDevices_; // record i is entry i of the list
     std::vector<AudioDeviceInfo> loopbackDevices_;
+    bool micChosen_ = false; // by the user, since the list was filled
+    bool loopbackChosen_ = false;
 
     KeyStatus keyStatus_ = KeyStatusNone;
     double remainingSeconds_ = 0;

@@ -20,12 +20,18 @@ void Fill(DropList& list, const std::vector<AudioDeviceInfo>& devices, const Wid
     InvalidateRect(list.Button(), nullptr, FALSE);
 }
 
+// Whether the list shows another device than the saved one, and not because the user wanted so.
+bool IsMissing(const WideString& savedName, const AudioDeviceInfo* shown, bool chosen) {
+    return !savedName.empty() && !chosen && (shown == nullptr || shown->name != savedName);
+}
+
 } // namespace
 
 void ConfigPopup::FillMicList() {
     micDevices_ = AudioCapture::EnumerateDevices(eCapture);
     Fill(*micList_, micDevices_, ReadStoredText(*configKeyRef_, TEXT("mic_device_name")),
          TEXT("(No microphone found)"));
+    micChosen_ = false;
 }
 
 void ConfigPopup::FillLoopbackList() {
@@ -33,4 +39,17 @@ void ConfigPopup::FillLoopbackList() {
     Fill(*loopbackList_, loopbackDevices_,
          ReadStoredText(*configKeyRef_, TEXT("loopback_device_name")),
          TEXT("(No playback device found)"));
+    loopbackChosen_ = false;
+}
+
+void ConfigPopup::FindMissingDevices() {
+    HKEY key = *configKeyRef_;
+    if (IsMissing(ReadStoredText(key, TEXT("mic_device_name")), Chosen(*micList_, micDevices_),
+                  micChosen_)) {
+        FillMicList();
+    }
+    if (IsMissing(ReadStoredText(key, TEXT("loopback_device_name")),
+                  Chosen(*loopbackList_, loopbackDevices_), loopbackChosen_)) {
+        FillLoopbackList();
+    }
 }

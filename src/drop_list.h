@@ -94,3 +94,12 @@ private:
     int dragStartY_ = 0;
     int dragStartTop_ = 0;
 };
+
+// What a selection stands for; null when it stands for nothing.
+template <typename T>
+const T* Chosen(const DropList& list, const std::vector<T>& records) {
+    const int selected = list.selected_;
+    return selected >= 0 && static_cast<std::size_t>(selected) < records.size()
+               ? &records[static_cast<std::size_t>(selected)]
+               : nullptr;
+}

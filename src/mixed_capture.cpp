@@ -7,6 +7,10 @@
 
 namespace {
 
+// Half the time from one packet to the next, which is 10 ms on most systems: one of the two sources
+// is always less than that behind the other. And a millisecond for what either comes late.
+constexpr DWORD kRoundPauseMs = 6;
+
 StreamParts PartsOf(CaptureStream& stream) {
     return {stream.device, stream.client, stream.capture, stream.event, stream.fmt, stream.isFloat};
 }
@@ -15,7 +19,10 @@ StreamParts PartsOf(CaptureStream& stream) {
 
 bool AudioCapture::OpenStream(const WideString& deviceId, bool loopback, CaptureStream& stream) {
     stream.loopback = loopback;
-    const OpenResult result = OpenParts(deviceId, loopback, PartsOf(stream));
+    OpenResult result = OpenDevice(deviceId, loopback, PartsOf(stream));
+    if (result.opened) {
+        result = StartStream(loopback, PartsOf(stream));
+    }
     if (!result.opened) {
         if (result.failedStep == OpenStep::Initialize) {
             AudioTrace(TEXT("[AUDIO] OpenStream Initialize FAILED hr=0x%08X loopback=%d\n"),
@@ -95,12 +102,19 @@ void AudioCapture::MicThread() {
     TraceText(TEXT("[AUDIO] MixMode: MicThread started\n"));
     StreamReadLoop(micStream_, stop_, mixMutex_, micBuffer_, mixWake_.get());
     TraceText(TEXT("[AUDIO] MixMode: MicThread exiting\n"));
+    TellSourceEnd();
 }
 
 void AudioCapture::LoopbackThread() {
     TraceText(TEXT("[AUDIO] MixMode: LoopbackThread started\n"));
     StreamReadLoop(loopStream_, stop_, mixMutex_, loopBuffer_, mixWake_.get());
     TraceText(TEXT("[AUDIO] MixMode: LoopbackThread exiting\n"));
+    TellSourceEnd();
+}
+
+bool AudioCapture::SamplesWait() {
+    const std::lock_guard lock(mixMutex_);
+    return !micBuffer_.empty() || !loopBuffer_.empty();
 }
 
 void AudioCapture::MixThread() {
@@ -109,10 +123,14 @@ void AudioCapture::MixThread() {
     std::vector<std::int16_t> mic; // they trade places with the queues, so capacity is kept
     std::vector<std::int16_t> loopback;
     while (!stop_) {
-        // A round's pause lets both sources deliver; in silence there is nothing to wake up for.
+        // A round begins with the first samples that come, so that its pause lets the other source
+        // deliver what belongs to them; in silence there is nothing to wake up for.
         WaitForSingleObject(mixWake_.get(), INFINITE);
+        if (!SamplesWait()) {
+            continue; // taken by the round before, whose pause they came in: no beginning of one
+        }
         if (!stop_) {
-            Sleep(5);
+            Sleep(kRoundPauseMs);
         }
         if (stop_) {
             break;
@@ -121,9 +139,6 @@ void AudioCapture::MixThread() {
             const std::lock_guard lock(mixMutex_);
             mic.swap(micBuffer_);
             loopback.swap(loopBuffer_);
-        }
-        if (mic.empty() && loopback.empty()) {
-            continue;
         }
         const auto mixed = MixWithSaturation(mic, loopback);
         mic.clear();

@@ -2,6 +2,13 @@
 #include "overlay_window.h"
 
 #include <array>
+#include <chrono>
+
+namespace {
+
+constexpr std::chrono::milliseconds kLongestTaking{20}; // of results, without a picture
+
+} // namespace
 
 WideString MapServiceError(const WideString& raw) {
     struct Row {
@@ -25,13 +32,36 @@ WideString MapServiceError(const WideString& raw) {
     return raw.size() > kLongest ? raw.substr(0, kLongest) + TEXT("…") : raw;
 }
 
+// With the results that wait behind the first one: a picture of each would hold up every message
+// behind them. What the user does and one picture come in between from time to time.
+void OverlayWindow::OnResults(WPARAM written, LPARAM first) {
+    const auto end = std::chrono::steady_clock::now() + kLongestTaking;
+    MSG next{};
+    next.message = kMsgResult;
+    next.wParam = written;
+    next.lParam = first;
+    do {
+        if (next.message == WM_QUIT) { // which comes whatever one asks for
+            PostQuitMessage(static_cast<int>(next.wParam));
+            return;
+        }
+        if (const auto result = TakeResult(next.lParam)) {
+            OnResult(*result, next.wParam != 0);
+        }
+    } while (std::chrono::steady_clock::now() < end &&
+             PeekMessageW(&next, hwnd_, kMsgResult, kMsgResult, PM_REMOVE) != FALSE);
+    Repaint();
+}
+
 // A result is kept whatever the run's state is: it may come after a stop or a failure.
-void OverlayWindow::OnResult(const TranslationResult& result) {
-    if (result.isFinal) {
-        AddFinalCaption(result.original, result.translated);
-        AppendTranscript(result.original, result.translated);
-    } else {
+void OverlayWindow::OnResult(const TranslationResult& result, bool written) {
+    if (!result.isFinal) {
         AddPendingCaption(result.original, result.translated);
+        return;
+    }
+    AddFinalCaption(result.original, result.translated);
+    if (!written) {
+        transcript_->Append(result.original, result.translated);
     }
 }
 

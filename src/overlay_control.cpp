@@ -7,44 +7,44 @@
 
 void OverlayWindow::StartTranslation() {
     DebugTrace(TEXT("[UI] StartTranslation called, isRunning_=%d\n"), isRunning_ ? 1 : 0);
+    popup_->FindMissingDevices();
     const ConfigData config = popup_->BuildConfig();
     if (config.access_key.empty()) {
         SetStatus(TEXT("Please enter Access Key in config"), false);
         popup_->Show();
         return;
     }
-    if (runFlag_) {
-        *runFlag_ = false; // a worker that still lives ends by itself
-        run_->Supersede();
+    if (run_ != nullptr) {
+        run_->Supersede(); // a worker that still lives ends by itself
     }
     if (worker_.joinable()) {
         worker_.detach();
     }
     lastError_.clear();
     if (newLogPending_) {
-        OpenTranscript(config.lang_a, config.lang_b);
+        transcript_->Open(config.lang_a, config.lang_b);
         newLogPending_ = false;
     }
     const auto translator = std::make_shared<AzureTranslator>();
-    const auto capture = std::make_shared<AudioCapture>();
-    const auto run = std::make_shared<TranslationRun>(hwnd_, capture);
+    const auto run = std::make_shared<TranslationRun>(hwnd_);
     translator_ = translator;
-    capture_ = capture;
     run_ = run;
-    runFlag_ = {run, &run->active};
+    sources_ = ChosenSources(config);
+    sourceLost_ = false;
     translator->Configure(
         config.access_key, config.lang_a, config.lang_a_tgt, config.lang_b, config.lang_b_tgt,
-        [window = hwnd_](const TranslationResult& result) { PostResult(window, result); },
-        [run](const WideString& text) {
-            run->active = false;
-            run->PostError(text);
-        });
-    auto context = std::make_unique<WorkerContext>(
-        WorkerContext{hwnd_, translator, capture, run, config, useMic_, useLoopback_});
+        [window = hwnd_, transcript = transcript_](const TranslationResult& result) {
+            if (result.isFinal) {
+                transcript->Append(result.original, result.translated);
+            }
+            PostResult(window, result, true);
+        },
+        [run](const WideString& text) { run->Fail(text); });
+    auto context = std::make_unique<WorkerContext>(WorkerContext{translator, run, sources_});
     if (StartThread(worker_, [context = std::move(context)] { RunWorker(*context); })) {
         SetStatus(TEXT("Connecting to server …"), false);
     } else {
-        run->active = false;
+        run->End();
         OnTranslationError(TEXT("Failed to start a thread"));
     }
     popup_->Hide();
@@ -52,8 +52,8 @@ void OverlayWindow::StartTranslation() {
 
 // The run says when it has ended.
 void OverlayWindow::StopTranslation() {
-    if (runFlag_) {
-        *runFlag_ = false;
+    if (run_ != nullptr) {
+        run_->End();
     }
     SetStatus(TEXT("Pausing …"), false);
 }
@@ -68,44 +68,61 @@ void OverlayWindow::ToggleSource(bool& source, const WCHAR* storedName) {
     }
 }
 
-// Changes the source of a run; its session stays as it is.
+// What is chosen now, as the first choice of a run.
+SourceChoice OverlayWindow::ChosenSources(const ConfigData& config) const {
+    return {useMic_, useLoopback_, config.mic_device.id, config.loopback_device.id, 0};
+}
+
+// Changes the sources of a run; its session stays as it is. The worker opens and closes them and
+// tells by kMsgSources how it went: a device can take seconds.
 void OverlayWindow::RestartTranslation() {
     Repaint();
-    if (!isRunning_ || capture_ == nullptr) {
+    if (!isRunning_ || run_ == nullptr) {
         return;
     }
-    const ConfigData config = popup_->BuildConfig();
-    const auto capture = std::make_shared<AudioCapture>();
-    const bool started = run_->SwitchCapture(capture, [&] {
-        capture_ = capture;
-        return StartSources(
-            *capture, useMic_, useLoopback_, config,
-            [translator = translator_](const std::uint8_t* data, std::uint32_t bytes) {
-                if (translator != nullptr) {
-                    translator->PushAudio(data, bytes);
-                }
-            });
-    });
-    if (!started) {
+    popup_->FindMissingDevices();
+    const UINT number = sources_.number + 1;
+    sources_ = ChosenSources(popup_->BuildConfig());
+    sources_.number = number;
+    sourceLost_ = false;
+    run_->Choose(sources_);
+}
+
+// What is told of a choice that has been changed meanwhile says nothing of the sources, and what a
+// run that is ending tells may not take the place of how it ended. A source can end before the run
+// is known to be up, and before its opening is told.
+void OverlayWindow::OnSources(UINT number, bool open) {
+    if (run_ == nullptr || !run_->IsActive() || number != sources_.number) {
+        return;
+    }
+    sourceLost_ = sourceLost_ || !open;
+    if (isRunning_) {
+        ShowSourceStatus();
+        Repaint();
+    }
+}
+
+void OverlayWindow::ShowSourceStatus() {
+    if (sourceLost_) {
         SetStatus(TEXT("Audio switch failed — check device"), false);
     } else if (useMic_ || useLoopback_) {
         status_.clear();
+        statusHeight_ = 0;
     } else {
         SetStatus(TEXT("Audio paused — enable a source above"), false);
     }
-    Repaint();
 }
 
+// The run began with the sources as they stood when it was asked for.
 void OverlayWindow::OnTranslationStarted() {
     DebugTrace(TEXT("[UI] OnTranslationStarted isRunning_=true\n"));
     isRunning_ = true;
-    status_.clear();
-    statusHeight_ = 0;
-    if (!useMic_ && !useLoopback_) {
-        SetStatus(TEXT("Audio paused — enable a source above"), false);
-    }
+    ShowSourceStatus();
     SetLiveIndicator(true);
     popup_->SetRunning(true);
+    if (useMic_ != sources_.useMic || useLoopback_ != sources_.useLoopback) {
+        RestartTranslation();
+    }
     Repaint();
 }
 

@@ -51,8 +51,8 @@ OverlayWindow::OverlayWindow() : hInstance_(GetModuleHandleW(nullptr)) {
 }
 
 OverlayWindow::~OverlayWindow() {
-    if (runFlag_) {
-        *runFlag_ = false;
+    if (run_ != nullptr) {
+        run_->End();
     }
     if (worker_.joinable()) {
         worker_.detach(); // it may be waiting for the network
@@ -60,11 +60,9 @@ OverlayWindow::~OverlayWindow() {
     if (tooltip_ != nullptr) {
         DestroyWindow(tooltip_);
     }
-    CloseTranscript();
+    transcript_->Close();
     gdiplus_.reset();
-    runFlag_.reset();
     run_.reset();
-    capture_.reset();
     translator_.reset();
     tray_.reset();
     popup_.reset();
@@ -227,10 +225,7 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
         OnTray(lParam);
         return 0;
     case kMsgResult:
-        if (const auto result = TakeResult(lParam)) {
-            OnResult(*result);
-            Repaint();
-        }
+        OnResults(wParam, lParam);
         return 0;
     case kMsgError:
         if (const auto raw = TakeText(lParam)) {
@@ -242,6 +237,9 @@ LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam)
         return 0;
     case kMsgStopped:
         OnTranslationStopped();
+        return 0;
+    case kMsgSources:
+        OnSources(static_cast<UINT>(wParam), lParam != 0);
         return 0;
     default:
         break;
@@ -274,14 +272,14 @@ void OverlayWindow::EraseBackground(HDC dc) const {
     DeleteObject(brush);
 }
 
-// Results that had come before the end are kept: they are in no file yet.
+// Results that had come before the end are kept: they may be in no file yet.
 void OverlayWindow::OnDestroy() {
     MSG waiting;
     while (PeekMessageW(&waiting, hwnd_, kMsgResult, kMsgError, PM_REMOVE) != FALSE) {
         if (waiting.message == kMsgError) {
             TakeText(waiting.lParam);
         } else if (const auto result = TakeResult(waiting.lParam)) {
-            OnResult(*result);
+            OnResult(*result, waiting.wParam != 0);
         }
     }
     PostQuitMessage(0);
@@ -369,8 +367,8 @@ void OverlayWindow::ApplyCaptureExclusion() const {
 
 void OverlayWindow::Exit() {
     tray_->windowVisible = false;
-    if (runFlag_) {
-        *runFlag_ = false;
+    if (run_ != nullptr) {
+        run_->End();
     }
     DestroyWindow(hwnd_);
 }

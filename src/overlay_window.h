@@ -1,13 +1,13 @@
 // The overlay: the program's main window and the owner of everything that outlives a run. Its parts
 // by topic: overlay_window.cpp life and messages, overlay_control.cpp runs, overlay_captions.cpp
-// captions and the service's words, overlay_render.cpp the picture, overlay_input.cpp the pointer,
-// overlay_transcript.cpp the text file.
+// captions and the service's words, overlay_render.cpp the picture, overlay_input.cpp the pointer.
 #pragma once
 
 #include "captions.h"
 #include "config_popup.h"
 #include "drawing.h"
 #include "toolbar.h"
+#include "transcript.h"
 #include "translation_run.h"
 #include "tray_icon.h"
 #include "wide_text.h"
@@ -72,6 +72,9 @@ private:
     void StartTranslation();
     void StopTranslation();
     void RestartTranslation();
+    SourceChoice ChosenSources(const ConfigData& config) const;
+    void OnSources(UINT number, bool open);
+    void ShowSourceStatus();
     void ToggleSource(bool& source, const WCHAR* storedName);
     void OnTranslationStarted();
     void OnTranslationStopped();
@@ -79,7 +82,8 @@ private:
     void SetLiveIndicator(bool lit);
 
     // Captions and the status line.
-    void OnResult(const TranslationResult& result);
+    void OnResults(WPARAM written, LPARAM first);
+    void OnResult(const TranslationResult& result, bool written);
     void AddPendingCaption(const WideString& original, const WideString& translated);
     void AddFinalCaption(const WideString& original, const WideString& translated);
     void PutCaption(const WideString& original, const WideString& translated, bool pending);
@@ -115,29 +119,26 @@ private:
     void ShowTooltip(int id);
     void PaintTooltip(const WCHAR* text, int width, int height) const;
 
-    // The transcript.
-    void OpenTranscript(const WideString& langA, const WideString& langB);
-    void AppendTranscript(const WideString& original, const WideString& translated);
-    void CloseTranscript();
-
     HWND hwnd_ = nullptr;
     HINSTANCE hInstance_;
     HKEY configKey_ = nullptr;
     std::vector<CaptionEntry> captions_; // oldest first
     std::mutex captionsMutex_;           // guards captions_
     CardHeights cardHeights_;            // of captions_
+    // Also every run's: its thread writes what it has before it asks the service for more.
+    const std::shared_ptr<Transcript> transcript_ = std::make_shared<Transcript>();
     std::unique_ptr<ConfigPopup> popup_;
     std::unique_ptr<TrayIcon> tray_;
 
     // The current or the last run.
     std::shared_ptr<AzureTranslator> translator_;
-    std::shared_ptr<AudioCapture> capture_;
     std::shared_ptr<TranslationRun> run_;
-    std::shared_ptr<std::atomic<bool>> runFlag_; // run_'s; false asks the run to end
-    std::thread worker_;                         // never joined: it may wait for the network
-    bool isRunning_ = false;                     // from kMsgStarted to kMsgStopped or kMsgError
+    SourceChoice sources_;   // what the run was asked to listen to, last
+    std::thread worker_;     // never joined: it may wait for the network
+    bool isRunning_ = false; // from kMsgStarted to kMsgStopped or kMsgError
     bool useMic_ = true;
     bool useLoopback_ = false;
+    bool sourceLost_ = false; // of sources_: one could not be opened, or has ended
 
     bool clickThrough_ = false;      // pointer input passes through; not stored
     bool excludeFromCapture_ = true; // stays out of screen recordings; not stored
@@ -170,8 +171,7 @@ private:
     int resizeStartHeight_ = 0;
     int hoverButton_ = kNoButton;
     int pressedButton_ = kNoButton;
-    bool mouseTracked_ = false;             // WM_MOUSELEAVE has been asked for
-    HANDLE logFile_ = INVALID_HANDLE_VALUE; // the open transcript
+    bool mouseTracked_ = false; // WM_MOUSELEAVE has been asked for
     HWND tooltip_ = nullptr;
     bool newLogPending_ = true;            // the next start opens a new transcript
     bool showTranslation_ = true;          // not stored

@@ -6,73 +6,97 @@
 
 namespace {
 
-constexpr DWORD kFlagPollMs = 60;
-
 // The payload of a message goes with it, or is freed here when the window has gone.
 template <typename Payload>
-void PostOwned(HWND window, UINT message, std::unique_ptr<Payload> payload) {
-    if (PostMessageW(window, message, 0, reinterpret_cast<LPARAM>(payload.get())) != FALSE) {
+void PostOwned(HWND window, UINT message, WPARAM wParam, std::unique_ptr<Payload> payload) {
+    if (PostMessageW(window, message, wParam, reinterpret_cast<LPARAM>(payload.get())) != FALSE) {
         static_cast<void>(payload.release()); // the receiver's now
     }
 }
 
 } // namespace
 
-bool StartSources(AudioCapture& capture, bool useMic, bool useLoopback, const ConfigData& config,
-                  PcmCallback callback) {
-    if (useMic && useLoopback) {
-        return capture.StartMixed(config.mic_device.id, config.loopback_device.id,
-                                  std::move(callback));
-    }
-    if (useMic) {
-        return capture.StartMic(config.mic_device.id, std::move(callback));
-    }
-    if (useLoopback) {
-        return capture.StartLoopback(config.loopback_device.id, std::move(callback));
-    }
-    return true;
-}
-
-void PostResult(HWND window, const TranslationResult& result) {
-    PostOwned(window, kMsgResult, std::make_unique<TranslationResult>(result));
+void PostResult(HWND window, const TranslationResult& result, bool written) {
+    PostOwned(window, kMsgResult, written ? 1 : 0, std::make_unique<TranslationResult>(result));
 }
 
 // ---- What the threads share ---------------------------------------------------------------------
 
-TranslationRun::TranslationRun(HWND window, std::shared_ptr<AudioCapture> capture)
-    : window_(window), capture_(std::move(capture)) {}
+void TranslationRun::End() {
+    const std::lock_guard lock(mutex_);
+    active_ = false;
+    changed_.notify_all();
+}
 
-void TranslationRun::Post(UINT message) {
-    const std::lock_guard lock(postMutex_);
+bool TranslationRun::IsActive() const {
+    const std::lock_guard lock(mutex_);
+    return active_;
+}
+
+void TranslationRun::Post(UINT message, WPARAM wParam, LPARAM lParam) const {
     if (!superseded_) {
-        PostMessageW(window_, message, 0, 0);
+        PostMessageW(window_, message, wParam, lParam);
     }
 }
 
-void TranslationRun::PostError(const WideString& text) {
-    const std::lock_guard lock(postMutex_);
+void TranslationRun::PostStarted() {
+    const std::lock_guard lock(mutex_);
+    if (active_) {
+        Post(kMsgStarted);
+    }
+}
+
+void TranslationRun::PostStopped() {
+    const std::lock_guard lock(mutex_);
+    Post(kMsgStopped);
+}
+
+void TranslationRun::Fail(const WideString& text) {
+    const std::lock_guard lock(mutex_);
+    active_ = false;
+    changed_.notify_all();
     if (!superseded_) {
-        PostOwned(window_, kMsgError, std::make_unique<WideString>(text));
+        PostOwned(window_, kMsgError, 0, std::make_unique<WideString>(text));
+    }
+}
+
+void TranslationRun::PostSources(const SourceChoice& choice, bool open) {
+    const std::lock_guard lock(mutex_);
+    if (active_) {
+        Post(kMsgSources, choice.number, open ? 1 : 0);
     }
 }
 
 void TranslationRun::Supersede() {
     {
-        const std::lock_guard lock(postMutex_);
+        const std::lock_guard lock(mutex_);
+        active_ = false;
         superseded_ = true;
+        changed_.notify_all();
     }
     MSG late;
-    while (PeekMessageW(&late, window_, kMsgError, kMsgStopped, PM_REMOVE) != FALSE) {
+    while (PeekMessageW(&late, window_, kMsgError, kMsgSources, PM_REMOVE) != FALSE) {
         if (late.message == kMsgError) {
             TakeText(late.lParam);
         }
     }
 }
 
-void TranslationRun::CloseCapture() {
-    const std::lock_guard lock(captureMutex_);
-    capture_->Stop();
-    capture_.reset(); // whose callback may hold the translator, which holds this run
+void TranslationRun::Choose(const SourceChoice& choice) {
+    const std::lock_guard lock(mutex_);
+    choice_ = choice;
+    changed_.notify_all();
+}
+
+bool TranslationRun::WaitForChoice() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !active_ || choice_.has_value(); });
+    return active_;
+}
+
+std::optional<SourceChoice> TranslationRun::TakeChoice() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(choice_, std::nullopt);
 }
 
 // ---- The worker ---------------------------------------------------------------------------------
@@ -82,18 +106,58 @@ namespace {
 void FailWithoutSession(const WorkerContext& context) {
     WideString reason;
     const bool keyOk = context.translator->CheckKey(reason);
-    context.run->active = false;
     const WideString text = keyOk ? WideString(TEXT("Failed to connect to server")) : reason;
     DebugTrace(TEXT("[WORKER] Start() failed, keyOk=%d reason=%s\n"), keyOk ? 1 : 0, text.c_str());
-    context.run->PostError(text);
+    context.run->Fail(text);
 }
 
-bool OpenCapture(const WorkerContext& context) {
-    return StartSources(
-        *context.capture, context.useMic, context.useLoopback, context.config,
-        [&translator = context.translator](const std::uint8_t* data, std::uint32_t bytes) {
-            translator->PushAudio(data, bytes);
-        });
+// The reason is told unless the run has ended for another one, which is told already.
+void FailWithoutSound(const WorkerContext& context) {
+    context.translator->Stop();
+    DebugTrace(TEXT("[WORKER] audio open failed\n"));
+    if (context.run->IsActive()) {
+        context.run->Fail(TEXT("Failed to open audio device"));
+    } else {
+        context.run->PostStopped();
+    }
+}
+
+// Not yet open.
+std::unique_ptr<AudioCapture> MakeCapture(const WorkerContext& context,
+                                          const SourceChoice& sources) {
+    return std::make_unique<AudioCapture>(
+        [run = context.run, sources] { run->PostSources(sources, false); });
+}
+
+// With neither source there is nothing to open, which is no failure.
+bool OpenSources(AudioCapture& capture, const SourceChoice& sources, AzureTranslator& translator) {
+    const auto push = [&translator](const std::uint8_t* data, std::uint32_t bytes) {
+        translator.PushAudio(data, bytes);
+    };
+    if (sources.useMic && sources.useLoopback) {
+        return capture.StartMixed(sources.micId, sources.loopbackId, push);
+    }
+    if (sources.useMic) {
+        return capture.StartMic(sources.micId, push);
+    }
+    if (sources.useLoopback) {
+        return capture.StartLoopback(sources.loopbackId, push);
+    }
+    return true;
+}
+
+// Serves the choices that are made until the run is to end, `capture` being what it began with.
+// Each is opened anew, also one that is open already: it may be there to bring a device back.
+void SwitchSources(const WorkerContext& context, std::unique_ptr<AudioCapture> capture) {
+    while (context.run->WaitForChoice()) {
+        capture.reset(); // which ends its callbacks, and may take a while: the last choice counts
+        if (const auto choice = context.run->TakeChoice()) {
+            capture = MakeCapture(context, *choice);
+            const bool open = OpenSources(*capture, *choice, *context.translator);
+            context.run->PostSources(*choice, open);
+        }
+    }
+    DebugTrace(TEXT("[WORKER] running=false, stopping cap and trans\n"));
 }
 
 } // namespace
@@ -104,21 +168,17 @@ void RunWorker(const WorkerContext& context) {
         FailWithoutSession(context);
         return;
     }
-    if (!OpenCapture(context)) {
-        context.translator->Stop();
-        context.run->active = false;
-        DebugTrace(TEXT("[WORKER] audio open failed\n"));
-        context.run->PostError(TEXT("Failed to open audio device"));
-        return;
+    auto capture = MakeCapture(context, context.sources);
+    if (context.run->IsActive()) { // the service may have ended the session by now
+        if (!OpenSources(*capture, context.sources, *context.translator)) {
+            FailWithoutSound(context);
+            return;
+        }
+        DebugTrace(TEXT("[WORKER] posting kMsgStarted\n"));
+        context.run->PostStarted();
     }
-    DebugTrace(TEXT("[WORKER] posting kMsgStarted\n"));
-    context.run->Post(kMsgStarted);
-    while (context.run->active) {
-        Sleep(kFlagPollMs);
-    }
-    DebugTrace(TEXT("[WORKER] running=false, stopping cap and trans\n"));
-    context.run->CloseCapture();
+    SwitchSources(context, std::move(capture));
     context.translator->Stop();
     DebugTrace(TEXT("[WORKER] posting kMsgStopped\n"));
-    context.run->Post(kMsgStopped);
+    context.run->PostStopped();
 }

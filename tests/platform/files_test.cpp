@@ -7,11 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <ostream>
 #include <string>
+
+#include <sys/resource.h>
 
 namespace {
 
@@ -85,11 +88,117 @@ TEST(Files, WhatCannotBeOpenedOrWrittenSaysWhy) {
     CloseHandle(full);
 }
 
+// ---- What others do to an open file -------------------------------------------------------------
+
+// A file that is open for a transcript, as it were.
+class OpenFile : public testing::Test {
+protected:
+    OpenFile() { Write("ours 1\n"); }
+    ~OpenFile() override { CloseHandle(file); }
+
+    bool Write(const std::string& text) {
+        written = 7;
+        return WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) !=
+               FALSE;
+    }
+
+    ScratchFolder scratch;
+    const fs::path path = scratch / "log.txt";
+    HANDLE file = Create(path.u16string(), CREATE_NEW);
+    DWORD written = 0;
+};
+
+TEST_F(OpenFile, IsWrittenBehindWhatAnEditorSavedIntoIt) {
+    std::ofstream(path, std::ios::app) << "a note of the user's\n";
+    EXPECT_TRUE(Write("ours 2\n"));
+    EXPECT_EQ(Content(path), "ours 1\na note of the user's\nours 2\n");
+    std::ofstream(path) << "short";
+    EXPECT_TRUE(Write(" and on"));
+    EXPECT_EQ(Content(path), "short and on") << "no gap of zero bytes";
+    LARGE_INTEGER size;
+    EXPECT_TRUE(GetFileSizeEx(file, &size));
+    EXPECT_EQ(size.QuadPart, 12);
+}
+
+TEST_F(OpenFile, RefusesToBeWrittenWhenItIsNoLongerUnderItsName) {
+    const auto refuses = [&] {
+        SetLastError(ERROR_SUCCESS);
+        return !Write("lost") && GetLastError() == ERROR_FILE_INVALID && written == 0;
+    };
+    const fs::path moved = scratch / "log.txt~";
+    fs::rename(path, moved);
+    EXPECT_TRUE(refuses());
+    std::ofstream(path) << "an editor's copy\n";
+    EXPECT_TRUE(refuses());
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_TRUE(refuses());
+    fs::remove(path);
+    fs::rename(moved, path);
+    EXPECT_TRUE(Write("ours 2\n")) << "it is back";
+    EXPECT_EQ(Content(path), "ours 1\nours 2\n");
+}
+
+TEST_F(OpenFile, CanBeOpenedOrMadeAnewByOneCall) {
+    const auto reopen = [&](DWORD tells) {
+        CloseHandle(file);
+        SetLastError(ERROR_INVALID_NAME);
+        file = CreateFileW(path.u16string().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
+                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        EXPECT_EQ(GetLastError(), tells);
+        return Write("ours 2\n");
+    };
+    EXPECT_TRUE(reopen(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(Content(path), "ours 1\nours 2\n");
+    fs::remove(path);
+    EXPECT_TRUE(reopen(ERROR_SUCCESS));
+    EXPECT_EQ(Content(path), "ours 2\n");
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_FALSE(reopen(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(file, INVALID_HANDLE_VALUE);
+}
+
+// Files of this process may not grow beyond so many bytes, for as long as it lives.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &former_);
+        const rlimit limit{bytes, former_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &former_);
+        std::signal(SIGXFSZ, signal_);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit former_{};
+    void (*signal_)(int);
+};
+
+TEST_F(OpenFile, HoldsNoHalfTextWhenThereIsNoRoomForTheWhole) {
+    {
+        const FileSizeLimit limit(10);
+        EXPECT_FALSE(Write("ours 2\n"));
+        EXPECT_EQ(written, 0U);
+        EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+        EXPECT_EQ(Content(path), "ours 1\n");
+        EXPECT_TRUE(Write("o3\n")) << "a shorter one has room";
+    }
+    EXPECT_TRUE(Write("ours 4\n"));
+    EXPECT_EQ(Content(path), "ours 1\no3\nours 4\n");
+}
+
 TEST(Files, AHandleOfAnotherKindIsNotTakenForAFile) {
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     const HANDLE null = Create(u"/dev/null", CREATE_ALWAYS);
     for (const HANDLE handle : {event, HANDLE{nullptr}, INVALID_HANDLE_VALUE}) {
         EXPECT_FALSE(WriteFile(handle, "x", 1, nullptr, nullptr));
+        LARGE_INTEGER size;
+        EXPECT_FALSE(GetFileSizeEx(handle, &size));
     }
     EXPECT_FALSE(SetEvent(null));
     EXPECT_EQ(WaitForSingleObject(null, 0), WAIT_FAILED);

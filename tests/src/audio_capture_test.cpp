@@ -5,7 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <random>
 #include <regex>
+#include <thread>
 
 namespace {
 
@@ -36,8 +42,18 @@ protected:
     ScriptedEndpoint& headset = scene.Add(TEXT("headset"), eRender);
     ScriptedEndpoint& mic = scene.Add(TEXT("mic"), eCapture);
     ScriptedEndpoint& camera = scene.Add(TEXT("camera"), eCapture);
+    bool WaitForSourceEnds(int count) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (sourceEnds < count && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        return sourceEnds == count;
+    }
+
     PcmCollector pcm;
-    std::unique_ptr<AudioCapture> capture = std::make_unique<AudioCapture>();
+    std::atomic<int> sourceEnds{0};
+    std::unique_ptr<AudioCapture> capture =
+        std::make_unique<AudioCapture>([this] { ++sourceEnds; });
 };
 
 // ---- Devices -----------------------------------------------------------------------------------
@@ -182,6 +198,19 @@ TEST_F(Capture, TracesAStartAndAStopAsTheyHappen) {
                     "[AUDIO] Stop() done\n");
 }
 
+// A device that hangs in the opening can still be told by its format.
+TEST_F(Capture, TracesTheMixFormatBeforeTheStreamIsInitialised) {
+    speaker.Hold("Initialize");
+    testing::internal::CaptureStderr();
+    std::thread opening([&] { EXPECT_TRUE(capture->StartLoopback(TEXT(""), Consumer())); });
+    const bool reached = speaker.WaitUntilHeld();
+    const std::string trace = testing::internal::GetCapturedStderr();
+    speaker.LetGo();
+    opening.join();
+    EXPECT_TRUE(reached);
+    EXPECT_NE(trace.find("[AUDIO]   MixFormat: 16000 Hz"), std::string::npos) << trace;
+}
+
 // ---- Packets -----------------------------------------------------------------------------------
 
 class CapturePackets : public Capture, public testing::WithParamInterface<bool> {
@@ -244,12 +273,15 @@ TEST_P(CapturePackets, EndsItsThreadWhenTheDeviceGoesAndStartsAgain) {
         ASSERT_TRUE(pcm.WaitForSamples(3));
         Source().Fail("GetNextPacketSize", static_cast<HRESULT>(0x88890004));
         Source().Push(Int16Packet({4}));
+        EXPECT_TRUE(WaitForSourceEnds(1));
         capture->Stop(); // must not wait for a device that has gone
     });
     EXPECT_NE(trace.find("[AUDIO] CaptureThread exiting  cbFires=1\n"), std::string::npos);
     Source().Fail("GetNextPacketSize", S_OK);
     ASSERT_TRUE(Start());
     EXPECT_TRUE(pcm.WaitForSamples(4));
+    capture->Stop();
+    EXPECT_EQ(sourceEnds, 1) << "a source that was asked to stop has not ended by itself";
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, CapturePackets, testing::Bool(),
@@ -314,6 +346,91 @@ TEST_F(Capture, MixedModeDeliversEverySampleOfBothSourcesOnce) {
     EXPECT_EQ(sum(), 200 * 160 * 103);
 }
 
+// The value of a sum is none that one source, or both one behind the other, could give.
+constexpr std::int16_t kOfMic = 3;
+constexpr std::int16_t kOfSpeaker = 100;
+constexpr std::int16_t kOfBoth = 103;
+constexpr int kPacketFrames = 160; // 10 ms
+
+TEST_F(Capture, MixedModeAddsWhatTheSourcesDeliverAtTheSameTime) {
+    constexpr int kPairs = 50;
+    ASSERT_TRUE(capture->StartMixed(TEXT(""), TEXT(""), Consumer()));
+    std::size_t delivered = 0;
+    for (int pair = 0; pair < kPairs; ++pair) {
+        speaker.Push(Int16Packet(Samples(kPacketFrames, kOfSpeaker)));
+        mic.Push(Int16Packet(Samples(kPacketFrames, kOfMic)));
+        ASSERT_TRUE(pcm.WaitForSamples(delivered + 1));
+        ASSERT_TRUE(mic.WaitUntilDrained());
+        ASSERT_TRUE(speaker.WaitUntilDrained());
+        delivered = pcm.Samples().size();
+    }
+    const Samples all = pcm.Samples();
+    EXPECT_GE(std::count(all.begin(), all.end(), kOfBoth), kPairs * kPacketFrames / 2)
+        << "of " << all.size();
+}
+
+// Two devices of one system, each with a packet every 10 ms, one `phase` behind the other, and a
+// millisecond of jitter.
+class MixedPhases : public Capture {
+protected:
+    static constexpr int kPackets = 60;
+
+    // Which part of the packets was added: 1 when only the very first and the very last were not,
+    // which may have no partner.
+    double PartAdded(std::chrono::milliseconds phase) {
+        PcmCollector heard;
+        const bool started = capture->StartMixed(
+            TEXT(""), TEXT(""),
+            [&](const std::uint8_t* data, std::uint32_t bytes) { heard.Take(data, bytes); });
+        EXPECT_TRUE(started);
+        Play(phase);
+        EXPECT_TRUE(mic.WaitUntilDrained());
+        EXPECT_TRUE(speaker.WaitUntilDrained());
+        capture->Stop();
+        const Samples all = heard.Samples();
+        return static_cast<double>(std::count(all.begin(), all.end(), kOfBoth)) /
+               ((kPackets - 1) * kPacketFrames);
+    }
+
+private:
+    void Play(std::chrono::milliseconds phase) {
+        using Clock = std::chrono::steady_clock;
+        std::uniform_int_distribution<int> jitterUs(0, 1000);
+        const auto jitter = [&] { return std::chrono::microseconds(jitterUs(random_)); };
+        std::multimap<Clock::time_point, ScriptedEndpoint*> schedule;
+        auto due = Clock::now() + std::chrono::milliseconds(20);
+        for (int i = 0; i < kPackets; ++i, due += std::chrono::milliseconds(10)) {
+            schedule.emplace(due + jitter(), &mic);
+            schedule.emplace(due + phase + jitter(), &speaker);
+        }
+        for (const auto& [time, device] : schedule) {
+            std::this_thread::sleep_until(time - std::chrono::milliseconds(1));
+            while (Clock::now() < time) {
+                std::this_thread::yield(); // sleeping is not exact enough everywhere
+            }
+            const bool isMic = device == &mic;
+            device->Push(Int16Packet(Samples(kPacketFrames, isMic ? kOfMic : kOfSpeaker)));
+        }
+    }
+
+    std::mt19937 random_{1};
+};
+
+TEST_F(MixedPhases, AreAddedWhateverTheyAre) {
+    constexpr int kPhases = 10;
+    constexpr int kAttempts = 4; // a busy machine delays packets and rounds
+    double sum = 0;
+    for (int phase = 0; phase < kPhases; ++phase) {
+        double best = 0;
+        for (int attempt = 0; attempt < kAttempts && best < 0.97; ++attempt) {
+            best = std::max(best, PartAdded(std::chrono::milliseconds(phase)));
+        }
+        EXPECT_GE(best, 0.85) << phase << " ms apart";
+        sum += best;
+    }
+    EXPECT_GE(sum / kPhases, 0.97);
+}
+
 TEST_F(Capture, MixedModeStartsWholeOrNotAtAll) {
     const struct {
         ScriptedEndpoint& failing;
@@ -342,6 +459,7 @@ TEST_F(Capture, MixedModeStartsWholeOrNotAtAll) {
 TEST_F(Capture, MixedModeGoesOnWithTheSourceThatIsLeft) {
     ASSERT_TRUE(capture->StartMixed(TEXT(""), TEXT(""), Consumer()));
     speaker.Fail("GetNextPacketSize", static_cast<HRESULT>(0x88890004));
+    EXPECT_TRUE(WaitForSourceEnds(1));
     mic.Push(Int16Packet({1, 2, 3}));
     EXPECT_TRUE(pcm.WaitForSamples(3));
     ASSERT_TRUE(capture->StartLoopback(TEXT("headset"), Consumer()));

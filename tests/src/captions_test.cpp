@@ -3,10 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <random>
 #include <regex>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // ---- Card heights ------------------------------------------------------------------------------
 
@@ -127,6 +132,26 @@ TEST(Captions, AreReplacedWhilePendingAndBecomeFinalInPlace) {
     EXPECT_EQ(Describe(overlay.Captions()), "f/? ") << "a message without a result";
 }
 
+TEST(Captions, ThatWaitAreTakenTogetherInTheirOrderPastWhatStandsBetweenThem) {
+    OverlayProbe overlay;
+    std::string expected;
+    for (int i = 0; i < 40; ++i) {
+        TranslationResult result;
+        result.original = Utf8ToWide(std::to_string(i));
+        result.isFinal = true;
+        PostResult(overlay.Window(), result);
+        if (i == 20) {
+            PostMessageW(overlay.Window(), kMsgStopped, 0, 0);
+        }
+        expected += std::to_string(i) + "/ ";
+    }
+    overlay.Pump(1); // of the messages, not of the results
+    EXPECT_EQ(Describe(overlay.Captions()), expected);
+    EXPECT_NE(overlay.Status(), "Paused");
+    overlay.Pump(1);
+    EXPECT_EQ(overlay.Status(), "Paused");
+}
+
 struct ErrorCase {
     const char* raw;
     const char* words;
@@ -209,6 +234,44 @@ TEST_F(Transcript, OfAStartAfterAClearIsAnotherFileAlsoWithinTheSameSecond) {
     for (int i = 0; i < 4; ++i) {
         EXPECT_NE(all.find("[time]\r\ntext " + std::to_string(i) + "\r\n"), std::string::npos);
     }
+}
+
+// Not every system lets an open file be touched; where one does, nothing may be lost by it.
+TEST_F(Transcript, IsThereAgainWithTheNextCaptionWhateverWasDoneToItsFile) {
+    overlay.Command(kStartButton);
+    const fs::path folder = TranscriptFolder();
+    const fs::path file = folder / TranscriptNames().at(0);
+    const std::function<void(std::error_code&)> deeds[] = {
+        [&](auto& refused) { fs::remove(file, refused); },
+        [&](auto& refused) { fs::rename(file, fs::path(file) += "~", refused); },
+        [&](auto& refused) { fs::resize_file(file, 0, refused); },
+        [&](auto& refused) { fs::remove_all(folder, refused); },
+    };
+    for (const auto& deed : deeds) {
+        overlay.Result("before", "");
+        std::error_code refused;
+        deed(refused);
+        overlay.Result("after", "the deed");
+        const std::string text = Text(file.filename().string());
+        EXPECT_EQ(text.find(kHeader), 0u) << text;
+        EXPECT_EQ(text.rfind("[time]\r\nafter\r\nthe deed\r\n\r\n"), text.size() - 27) << text;
+        EXPECT_EQ(text.find("before") == std::string::npos, !refused) << text;
+    }
+}
+
+TEST_F(Transcript, GoesOnInTheCopyThatAnEditorHasPutInItsPlace) {
+    overlay.Command(kStartButton);
+    overlay.Result("one", "uno");
+    const fs::path file = TranscriptFolder() / TranscriptNames().at(0);
+    const fs::path copy = fs::path(file) += ".new";
+    std::ofstream(copy, std::ios::binary)
+        << TranscriptText(file.filename().string()) << "a note\r\n";
+    std::error_code refused;
+    fs::rename(copy, file, refused);
+    overlay.Result("two", "dos");
+    const std::string note = refused ? "" : "a note\r\n";
+    EXPECT_EQ(Text(file.filename().string()),
+              kHeader + ("[time]\r\none\r\nuno\r\n\r\n" + note + "[time]\r\ntwo\r\ndos\r\n\r\n"));
 }
 
 TEST_F(Transcript, GetsResultsThatWaitWhileTheProgramExits) {

@@ -140,6 +140,47 @@ TEST(PopupDevices, AreLabelledByNameAndRateAndFoundAgainByName) {
     EXPECT_EQ(probe.Selected(kMicListId), "Webcam") << "back again";
 }
 
+TEST(PopupDevices, ASavedOneThatIsMissingIsNeitherForgottenNorOverlookedWhenItComesBack) {
+    ScriptedEndpoints devices;
+    devices.Add(TEXT("m1"), eCapture).name = TEXT("Built-in");
+    ScriptedEndpoint& headset = devices.Add(TEXT("m2"), eCapture);
+    headset.name = TEXT("Headset");
+    headset.active = false;
+    PopupProbe probe(
+        [](HKEY key) { WriteStoredText(key, TEXT("mic_device_name"), TEXT("Headset")); });
+    const auto stored = [&] { return WideToUtf8(StoredText(probe, TEXT("mic_device_name"))); };
+    const auto usesMic = [&] { return WideToUtf8(probe.Popup().BuildConfig().mic_device.id); };
+
+    probe.Popup().Show();
+    EXPECT_EQ(usesMic(), "m1") << "what the list shows meanwhile";
+    probe.Popup().Hide();
+    EXPECT_EQ(stored(), "Headset");
+    headset.active = true;
+    probe.Popup().Show(); // looks for devices anew
+    EXPECT_EQ(usesMic(), "m2");
+    probe.Select(kMicListId, 0);
+    probe.Popup().Show(); // it is open already
+    EXPECT_EQ(usesMic(), "m1") << "a choice that is not saved yet";
+    probe.Popup().Hide();
+    EXPECT_EQ(stored(), "Built-in");
+
+    WriteStoredText(probe.Store(), TEXT("mic_device_name"), TEXT("Headset"));
+    headset.active = false;
+    probe.Popup().Show();
+    probe.Popup().Hide();
+    headset.active = true;
+    probe.Popup().FindMissingDevices(); // as a start does
+    EXPECT_EQ(usesMic(), "m2");
+    headset.active = false;
+    probe.Popup().Show();
+    probe.Select(kMicListId, 0); // on purpose, though it stood there
+    headset.active = true;
+    probe.Popup().FindMissingDevices();
+    EXPECT_EQ(usesMic(), "m1");
+    probe.Popup().Hide();
+    EXPECT_EQ(stored(), "Built-in");
+}
+
 TEST(PopupDevices, ManyAndOddlyNamedOnesAreAllShown) {
     ScriptedEndpoints devices;
     const WideString names[] = {TEXT(""),         WideString(300, WCHAR{'n'}),

@@ -64,6 +64,12 @@ protected:
         Start();
         ASSERT_TRUE(overlay->PumpUntil([&] { return overlay->IsRunning(); })) << overlay->Status();
     }
+    bool ListensTo(bool useMic, bool useLoopback) {
+        return overlay->PumpUntil(
+            [&] { return mic.Running() == useMic && speaker.Running() == useLoopback; });
+    }
+    // The overlay itself holds the last run: by its own reference and in the translator's callback.
+    bool WorkersEnded() const { return runs.back().use_count() <= 2; }
     bool AllEnded() const {
         return std::all_of(runs.begin(), runs.end(),
                            [](const auto& run) { return run.expired() || run.use_count() == 0; });
@@ -101,22 +107,21 @@ TEST_F(OverlayRun, GoesThroughTheStatesOfAnOrdinaryRun) {
 TEST_F(OverlayRun, SwitchesItsSourceWithoutTouchingTheSession) {
     StartAndWait();
     overlay->Command(kLoopbackButton);
-    EXPECT_EQ(mic.Running() + speaker.Running(), 2);
+    EXPECT_TRUE(ListensTo(true, true));
     overlay->Command(kMicrophoneButton);
-    EXPECT_EQ(mic.Running(), 0);
-    EXPECT_EQ(speaker.Running(), 1);
+    EXPECT_TRUE(ListensTo(false, true));
     overlay->Command(kLoopbackButton);
+    ASSERT_TRUE(Settled("Audio paused — enable a source above"));
     EXPECT_EQ(OpenCaptures(), 0);
-    EXPECT_EQ(overlay->Status(), "Audio paused — enable a source above");
     EXPECT_TRUE(overlay->IsRunning());
     mic.Fail("Start", E_FAIL);
     overlay->Command(kMicrophoneButton);
-    EXPECT_EQ(overlay->Status(), "Audio switch failed — check device");
+    ASSERT_TRUE(Settled("Audio switch failed — check device"));
     EXPECT_FALSE(overlay->StatusIsError());
     EXPECT_TRUE(overlay->IsRunning());
     mic.Fail("Start", S_OK);
     overlay->Command(kLoopbackButton);
-    EXPECT_EQ(overlay->Status(), "");
+    EXPECT_TRUE(Settled(""));
     overlay->Command(kStopButton);
     ASSERT_TRUE(Settled("Paused"));
     EXPECT_EQ(OpenCaptures(), 0);
@@ -125,6 +130,110 @@ TEST_F(OverlayRun, SwitchesItsSourceWithoutTouchingTheSession) {
         starts += request.target == "/session/start" ? 1 : 0;
     }
     EXPECT_EQ(starts, 1);
+}
+
+// A sound server that hangs: the overlay must stay alive, and nothing may be left open behind it.
+TEST_F(OverlayRun, SwitchesToTheLastOfManyChoicesWithoutOpeningThoseBetween) {
+    StartAndWait();
+    speaker.Hold("Start");
+    overlay->Command(kLoopbackButton);
+    ASSERT_TRUE(speaker.WaitUntilHeld());
+    for (int i = 0; i < 10; ++i) {
+        overlay->Command(kMicrophoneButton);
+        overlay->Command(kLoopbackButton);
+    }
+    overlay->Command(kMicrophoneButton); // the loudspeaker alone is left
+    EXPECT_EQ(mic.Running(), 1) << "opened before the loudspeaker, in the choice that hangs";
+    speaker.LetGo();
+    EXPECT_TRUE(ListensTo(false, true));
+    EXPECT_TRUE(Settled(""));
+    EXPECT_EQ(mic.CallsOf("Start"), 2);
+    EXPECT_EQ(speaker.CallsOf("Start"), 2);
+}
+
+TEST_F(OverlayRun, StoppedWhileADeviceIsBeingOpenedLeavesNoneOpen) {
+    for (const bool byService : {false, true}) {
+        StartAndWait();
+        speaker.Hold("Start");
+        overlay->Command(kLoopbackButton);
+        ASSERT_TRUE(speaker.WaitUntilHeld());
+        const char* const words = byService ? "⚠ Out of quota" : "Pausing …";
+        if (byService) {
+            exchangeStatus = 403;
+        } else {
+            overlay->Command(kStopButton);
+        }
+        EXPECT_TRUE(Settled(words));
+        speaker.LetGo();
+        EXPECT_TRUE(overlay->PumpUntil([&] { return WorkersEnded(); }));
+        overlay->Pump();
+        EXPECT_EQ(overlay->Status(), byService ? words : "Paused");
+        EXPECT_EQ(OpenCaptures(), 0);
+        overlay->Command(kLoopbackButton); // off again
+    }
+}
+
+TEST_F(OverlayRun, FollowsASourceThatWasSwitchedWhileItConnected) {
+    mic.Hold("Start");
+    Start();
+    ASSERT_TRUE(mic.WaitUntilHeld());
+    overlay->Command(kMicrophoneButton);
+    overlay->Command(kLoopbackButton);
+    EXPECT_EQ(overlay->Status(), "Connecting to server …");
+    mic.LetGo();
+    EXPECT_TRUE(overlay->PumpUntil([&] { return overlay->IsRunning(); }));
+    EXPECT_TRUE(ListensTo(false, true));
+    EXPECT_EQ(mic.CallsOf("Start"), 1) << "the run begins with what it was started with";
+}
+
+TEST_F(OverlayRun, RefusedBeforeItsDeviceIsOpenKeepsTheReasonAndNeverRuns) {
+    for (const HRESULT opening : {S_OK, E_FAIL}) {
+        mic.Hold("Start");
+        mic.Fail("Start", opening);
+        exchangeStatus = 403;
+        Start();
+        ASSERT_TRUE(mic.WaitUntilHeld());
+        ASSERT_TRUE(Settled("⚠ Out of quota"));
+        mic.LetGo();
+        EXPECT_TRUE(overlay->PumpUntil([&] {
+            EXPECT_FALSE(overlay->IsRunning());
+            return WorkersEnded();
+        }));
+        overlay->Pump();
+        EXPECT_EQ(overlay->Status(), "⚠ Out of quota");
+        EXPECT_EQ(OpenCaptures(), 0);
+    }
+}
+
+TEST_F(OverlayRun, TellsThatASourceHasEndedAndBringsItBackWhenItIsPressedTwice) {
+    const auto unplug = [](ScriptedEndpoint& device) { device.Fail("GetNextPacketSize", E_FAIL); };
+    const auto plugIn = [](ScriptedEndpoint& device) { device.Fail("GetNextPacketSize", S_OK); };
+    const char* const lost = "Audio switch failed — check device";
+    unplug(mic);
+    mic.Push(Int16Packet({1})); // its end may be told before the run is
+    StartAndWait();
+    for (const bool mixed : {false, true}) {
+        for (ScriptedEndpoint* device : {&mic, &speaker}) {
+            if (!mixed && device == &speaker) {
+                continue;
+            }
+            unplug(*device);
+            ASSERT_TRUE(Settled(lost));
+            EXPECT_FALSE(overlay->StatusIsError());
+            EXPECT_TRUE(overlay->IsRunning());
+            EXPECT_TRUE(overlay->Lit());
+            plugIn(*device);
+            const int button = device == &mic ? kMicrophoneButton : kLoopbackButton;
+            overlay->Command(button);
+            overlay->Command(button);
+            ASSERT_TRUE(Settled(""));
+        }
+        overlay->Command(kLoopbackButton);
+        ASSERT_TRUE(ListensTo(true, !mixed));
+    }
+    unplug(mic);
+    overlay->Command(kStopButton);
+    EXPECT_TRUE(Settled("Paused")) << "what ends in a run that stops is not told";
 }
 
 struct FailureCase {
@@ -222,6 +331,20 @@ TEST_F(OverlayRun, LosesNoFinalResultAcrossStopStartClearAndFailure) {
     EXPECT_EQ(written, sent);
 }
 
+// A program that is killed has lost nothing that the service will not send again.
+TEST_F(OverlayRun, HasWrittenItsFinalCaptionsWhenItAsksForMore) {
+    StartAndWait();
+    finals = 5;
+    const std::size_t before = service.Requests().size();
+    ASSERT_TRUE(service.WaitForRequests(before + 8)); // and the overlay serves no message meanwhile
+    const std::string text = TranscriptText(TranscriptNames().at(0));
+    for (int number = 5; number > 0; --number) {
+        EXPECT_NE(text.find("said " + std::to_string(number) + "\r\n"), std::string::npos) << text;
+    }
+    ASSERT_TRUE(overlay->PumpUntil([&] { return overlay->Captions().size() == 5; }));
+    EXPECT_EQ(TranscriptText(TranscriptNames().at(0)), text) << "each of them once";
+}
+
 // ---- Every order -------------------------------------------------------------------------------
 
 // What the state table says of the run that the user started last.
@@ -230,8 +353,6 @@ struct Model {
     bool willStart = true;
     bool stopAsked = false;
     bool killed = false; // by the service
-    bool mic = true;     // of the capture in use
-    bool loopback = false;
 
     bool Up() const { return started && willStart && !stopAsked && !killed; }
 };
@@ -245,8 +366,7 @@ protected:
             if (!overlay->IsRunning()) { // else the toolbar offers to stop
                 exchangeStatus = 200;
                 Start();
-                model = {true,  startStatus == 200, false,
-                         false, overlay->UsesMic(), overlay->UsesLoopback()};
+                model = {true, startStatus == 200, false, false};
             }
             break;
         case 2:
@@ -257,10 +377,10 @@ protected:
             }
             break;
         case 4:
-            Toggle(kMicrophoneButton);
+            overlay->Command(kMicrophoneButton);
             break;
         case 5:
-            Toggle(kLoopbackButton);
+            overlay->Command(kLoopbackButton);
             break;
         case 6:
             overlay->Command(kClearButton);
@@ -280,14 +400,6 @@ protected:
         }
     }
 
-    void Toggle(int button) {
-        overlay->Command(button);
-        if (overlay->IsRunning()) {
-            model.mic = overlay->UsesMic();
-            model.loopback = overlay->UsesLoopback();
-        }
-    }
-
     // From here on the next start fails, or the session that is up ends.
     void Disturb(unsigned choice) {
         startStatus = choice % 3 == 0 ? 500 : 200;
@@ -303,15 +415,15 @@ protected:
             const auto others = std::count_if(runs.begin(), runs.end(),
                                               [](const auto& run) { return !run.expired(); });
             const auto run = overlay->CurrentRun().lock();
-            return (run == nullptr || run->active == model.Up()) &&
+            return (run == nullptr || run->IsActive() == model.Up()) &&
                    overlay->IsRunning() == model.Up() && overlay->Lit() == model.Up() &&
                    others <= (model.started ? 1 : 0) &&
-                   (mic.Running() > 0) == (model.Up() && model.mic) &&
-                   (speaker.Running() > 0) == (model.Up() && model.loopback);
+                   (mic.Running() > 0) == (model.Up() && overlay->UsesMic()) &&
+                   (speaker.Running() > 0) == (model.Up() && overlay->UsesLoopback());
         })) << "running "
             << overlay->IsRunning() << " status " << overlay->Status() << " mic " << mic.Running()
             << " speaker " << speaker.Running() << "; expected up " << model.Up() << " mic "
-            << model.mic << " loopback " << model.loopback;
+            << overlay->UsesMic() << " loopback " << overlay->UsesLoopback();
         EXPECT_LE(mic.Running(), 1);
         EXPECT_LE(speaker.Running(), 1);
         exchangeStatus = 200;

@@ -34,14 +34,6 @@ LPARAM Point(int x, int y) {
     return MAKELPARAM(x, y);
 }
 
-std::filesystem::path TranscriptFolder() {
-    CoTaskMemory<WCHAR> desktop;
-    SHGetKnownFolderPath(FOLDERID_Desktop, 0, nullptr, desktop.Receive());
-    WideString path = desktop.get() + WideString(TEXT("/Kelvarin（记录）"));
-    std::replace(path.begin(), path.end(), WCHAR{'\\'}, WCHAR{'/'}); // for every system
-    return path;
-}
-
 } // namespace
 
 OverlayProbe::OverlayProbe(const StoredSettings& settings) {
@@ -165,6 +157,14 @@ std::vector<std::uint32_t> OverlayProbe::Paint() {
 std::uint32_t OverlayProbe::PixelAt(int x, int y) {
     const auto width = static_cast<std::size_t>(Bounds().right - Bounds().left);
     return Paint()[static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x)];
+}
+
+std::filesystem::path TranscriptFolder() {
+    CoTaskMemory<WCHAR> desktop;
+    SHGetKnownFolderPath(FOLDERID_Desktop, 0, nullptr, desktop.Receive());
+    WideString path = desktop.get() + WideString(TEXT("/Kelvarin（记录）"));
+    std::replace(path.begin(), path.end(), WCHAR{'\\'}, WCHAR{'/'}); // for every system
+    return path;
 }
 
 std::vector<std::string> TranscriptNames() {

@@ -5,6 +5,7 @@
 #include "overlay_window.h"
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -83,7 +84,8 @@ private:
     std::unique_ptr<OverlayWindow> overlay_;
 };
 
-// The desktop folder of the tests, and the transcripts in it, oldest first.
+// The folder of the transcripts on the desktop of the tests, and what is in it, oldest first.
+std::filesystem::path TranscriptFolder();
 std::vector<std::string> TranscriptNames();
 std::string TranscriptText(const std::string& name);
 void RemoveTranscripts();

@@ -108,6 +108,11 @@ std::string PopupProbe::Selected(int listId) {
     return entry < list.items_.size() ? WideToUtf8(list.items_[entry]) : "none";
 }
 
+void PopupProbe::Select(int listId, int entry) {
+    List(listId).selected_ = entry;
+    SendMessageW(Window(), WM_COMMAND, MAKEWPARAM(listId, CBN_SELCHANGE), 0);
+}
+
 void PopupProbe::Type(const std::string& text) {
     for (const WCHAR character : Utf8ToWide(text)) {
         SendMessageW(popup_->keyEdit_, WM_CHAR, character, 1);

@@ -36,7 +36,8 @@ public:
     HWND Control(int id) const { return GetDlgItem(Window(), id); }
     DropList& List(int id);
     std::string Selected(int listId);
-    void Select(int listId, int entry) { List(listId).selected_ = entry; }
+    // As a choice in the open list is made and told.
+    void Select(int listId, int entry);
     void Command(int id) { SendMessageW(Window(), WM_COMMAND, MAKEWPARAM(id, BN_CLICKED), 0); }
     int HoveredControl() const { return popup_->hoverId_; }
     int Starts() const { return starts_; }

@@ -367,11 +367,31 @@ void ScriptedEndpoint::Fail(const std::string& call, HRESULT result) {
     }
 }
 
-HRESULT ScriptedEndpoint::Called(const std::string& call) {
+void ScriptedEndpoint::Hold(const std::string& call) {
     const std::lock_guard lock(mutex_);
+    held_ = call;
+}
+
+void ScriptedEndpoint::LetGo() {
+    const std::lock_guard lock(mutex_);
+    held_.clear();
+    letGo_.notify_all();
+}
+
+bool ScriptedEndpoint::WaitUntilHeld() const {
+    return WaitUntil([this] { return waiting_ > 0; });
+}
+
+HRESULT ScriptedEndpoint::Called(const std::string& call) {
+    std::unique_lock lock(mutex_);
     const std::string plain = call.substr(0, call.find('('));
     if (plain != "GetNextPacketSize" && plain != "GetBuffer" && plain != "ReleaseBuffer") {
         calls_.push_back(call);
+    }
+    if (plain == held_) {
+        ++waiting_;
+        letGo_.wait(lock, [&] { return plain != held_; });
+        --waiting_;
     }
     const auto failure = failures_.find(plain);
     if (failure == failures_.end() || SUCCEEDED(failure->second)) {

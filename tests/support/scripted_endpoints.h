@@ -10,6 +10,7 @@
 #include <mmdeviceapi.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -44,6 +45,11 @@ public:
 
     // Makes a platform call, named as on the platform, give this result from now on; S_OK heals it.
     void Fail(const std::string& call, HRESULT result);
+    // Makes a platform call wait, as on a sound server that does not answer, until it is let go.
+    void Hold(const std::string& call);
+    void LetGo();
+    // Waits until a held call has been made; false after ten seconds.
+    bool WaitUntilHeld() const;
     // The scripted result of a call, which is noted in the log.
     HRESULT Called(const std::string& call);
 
@@ -69,6 +75,9 @@ private:
     mutable std::mutex mutex_; // guards all that follows, and the event against being closed in use
     std::map<std::string, HRESULT> failures_;
     std::map<std::string, int> failed_; // how often
+    std::string held_;                  // the call that waits
+    int waiting_ = 0;                   // callers in it
+    std::condition_variable letGo_;
     std::vector<std::string> calls_;
     std::deque<ScriptedPacket> packets_;
     HANDLE event_ = nullptr;

@@ -35,10 +35,11 @@ constexpr LONG ERROR_ALREADY_EXISTS = 183;
 constexpr LONG ERROR_ENVVAR_NOT_FOUND = 203;
 constexpr LONG ERROR_MORE_DATA = 234;
 constexpr LONG ERROR_NOT_OWNER = 288;
+constexpr LONG ERROR_FILE_INVALID = 1006;
 
 // Of the calling thread's last call of CreateMutexW, ReleaseMutex, CreateFileW, WriteFile,
-// CreateDirectoryW, GetModuleFileNameW or GetEnvironmentVariableW that failed, and of every
-// CreateMutexW. Other calls leave it as it was.
+// GetFileSizeEx, CreateDirectoryW, GetModuleFileNameW or GetEnvironmentVariableW that failed, and
+// of every CreateMutexW and every CreateFileW with OPEN_ALWAYS. Other calls leave it as it was.
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
