@@ -634,6 +634,8 @@ TEST(HttpRedirect, IsFollowedByTheRightRequestAndNeverOutOfTls) {
         {307, "../t o#here", "POST /t%20o data"},
         {307, plain.Url() + "/", ""},
         {302, "ftp://127.0.0.1/", ""},
+        {302, "", ""},
+        {302, "   ", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.location);

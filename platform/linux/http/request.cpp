@@ -54,6 +54,11 @@ std::optional<std::string> HeaderLine(std::string_view line) {
 // own.
 constexpr long kNoLimitMs = std::numeric_limits<int>::max();
 
+// Of an empty header libcurl leaves the carriage return in the value.
+std::string_view WithoutLineEnd(std::string_view value) {
+    return value.substr(0, value.find('\r'));
+}
+
 Clock::time_point After(Clock::time_point begin, int limitMs) {
     return limitMs > 0 ? begin + std::chrono::milliseconds(limitMs) : Clock::time_point::max();
 }
@@ -251,7 +256,7 @@ std::optional<Address> Request::RedirectTarget() const {
         curl_easy_header(easy_.get(), "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK) {
         return std::nullopt;
     }
-    auto next = ResolveRedirect(address_, location->value);
+    auto next = ResolveRedirect(address_, WithoutLineEnd(location->value));
     if (next && address_.secure && !next->secure) {
         return std::nullopt;
     }
