@@ -56,10 +56,27 @@ void TranslationRun::PostError(const WideString& text) {
     }
 }
 
+void TranslationRun::ServeBy(const std::shared_ptr<AzureTranslator>& translator) {
+    bool isLate = false;
+    {
+        const std::lock_guard lock(postMutex_);
+        translator_ = translator;
+        isLate = superseded_;
+    }
+    if (isLate) {
+        translator->GiveUp();
+    }
+}
+
 void TranslationRun::Supersede() {
+    std::shared_ptr<AzureTranslator> translator;
     {
         const std::lock_guard lock(postMutex_);
         superseded_ = true;
+        translator = translator_.lock();
+    }
+    if (translator != nullptr) {
+        translator->GiveUp();
     }
     MSG late;
     while (PeekMessageW(&late, window_, kMsgError, kMsgStopped, PM_REMOVE) != FALSE) {
@@ -100,6 +117,7 @@ bool OpenCapture(const WorkerContext& context) {
 
 void RunWorker(const WorkerContext& context) {
     DebugTrace(TEXT("[WORKER] thread started\n"));
+    context.run->ServeBy(context.translator);
     if (!context.translator->Start()) {
         FailWithoutSession(context);
         return;

@@ -48,8 +48,12 @@ public:
     void Post(UINT message);
     void PostError(const WideString& text);
 
+    // The translator that serves this run. Not kept alive: its callbacks hold the run.
+    void ServeBy(const std::shared_ptr<AzureTranslator>& translator);
+
     // Another run takes this one's place: from when this returns, no more messages of its state are
-    // posted, and those that wait in the window's queue are gone. Its results still come.
+    // posted, and those that wait in the window's queue are gone. Its results still come, but it
+    // waits for the service no longer.
     void Supersede();
 
     // Ends the capture in use and starts `capture` in its place by `start`, which tells whether it
@@ -72,8 +76,9 @@ public:
 
 private:
     const HWND window_;
-    std::mutex postMutex_; // guards superseded_; held for one post, so that none can slip past it
+    std::mutex postMutex_; // guards the next two; held for one post, so that none can slip past it
     bool superseded_ = false;
+    std::weak_ptr<AzureTranslator> translator_;
     std::mutex captureMutex_; // guards capture_, also against two callers of its operations
     std::shared_ptr<AudioCapture> capture_; // in use; null once closed
 };

@@ -3,11 +3,13 @@
 #include "base64.h"
 #include "scripted_service.h"
 #include "test_service_url.h"
+#include "wine.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <condition_variable>
+#include <future>
 #include <regex>
 
 namespace {
@@ -152,6 +154,7 @@ TEST_F(Translator, SpeaksTheProtocolByteForByteOverOneConnection) {
     ASSERT_TRUE(translator->Start()) << "a running session is no failure";
     Push("abcd");
     ASSERT_TRUE(WaitForAudio(1));
+    EXPECT_EQ(service.ConnectionsAccepted(), 1);
     translator->Stop();
 
     const auto requests = service.Requests();
@@ -182,7 +185,6 @@ TEST_F(Translator, SpeaksTheProtocolByteForByteOverOneConnection) {
         EXPECT_EQ(request.Header("Connection"), "keep-alive");
         EXPECT_EQ(request.Header("Content-Length"), std::to_string(request.body.size()));
     }
-    EXPECT_EQ(service.ConnectionsAccepted(), 1);
     const auto targets = Targets();
     EXPECT_EQ(std::count(targets.begin(), targets.end(), "/session/start"), 1);
 }
@@ -456,14 +458,80 @@ TEST_F(Translator, EndsWithoutCallbacksToo) {
     EXPECT_EQ(AudioSent(), Texts{});
 }
 
+// ---- Requests that are given up ----------------------------------------------------------------
+
+struct Stall {
+    const char* name;
+    ScriptedAnswer answer; // of a minute
+};
+
+void PrintTo(const Stall& test, std::ostream* out) {
+    *out << test.name;
+}
+
+class TranslatorStalled : public Translator, public testing::WithParamInterface<Stall> {
+protected:
+    void SetUp() override {
+        if (GetParam().answer.pace.count() == 0 && IsWine()) {
+            GTEST_SKIP() << "a call that waits for a silent server does not end there";
+        }
+    }
+    // The scripts keep the service at its answer for a minute.
+    static constexpr auto kSoon = std::chrono::seconds(10);
+};
+
+TEST_P(TranslatorStalled, StopsAtOnceAndStillTellsTheService) {
+    exchanges = {GetParam().answer};
+    Configure();
+    ASSERT_TRUE(translator->Start());
+    ASSERT_TRUE(service.WaitForRequests(2));
+    const auto began = std::chrono::steady_clock::now();
+    translator->Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - began, kSoon);
+    EXPECT_EQ(Targets(), (Texts{"/session/start", "/session/exchange", "/session/stop"}));
+    EXPECT_EQ(service.ConnectionsAccepted(), 2) << "the stalled connection is of no use";
+    EXPECT_EQ(heard.Copy(heard.results), Texts{});
+    EXPECT_EQ(heard.Copy(heard.errors), Texts{});
+}
+
+TEST_P(TranslatorStalled, AStartThatIsGivenUpEndsAtOnceAndAsksNothingMore) {
+    start = GetParam().answer;
+    Configure();
+    auto started = std::async(std::launch::async, [this] { return translator->Start(); });
+    ASSERT_TRUE(service.WaitForRequests(1));
+    translator->GiveUp();
+    ASSERT_EQ(started.wait_for(kSoon), std::future_status::ready);
+    EXPECT_FALSE(started.get());
+    WideString reason;
+    EXPECT_FALSE(translator->CheckKey(reason));
+    translator->Stop();
+    EXPECT_EQ(Targets(), Texts{"/session/start"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, TranslatorStalled,
+                         testing::Values(Stall{"Silent", {.delay = std::chrono::minutes(1)}},
+                                         Stall{"Trickling",
+                                               {.body = std::string(6'000, ' '),
+                                                .pace = std::chrono::milliseconds(10)}}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(Translator, ASessionThatIsGivenUpIsStillClosedAtTheService) {
+    Configure();
+    ASSERT_TRUE(translator->Start());
+    ASSERT_TRUE(service.WaitForRequests(2));
+    translator->GiveUp();
+    translator->Stop();
+    EXPECT_EQ(Targets().back(), "/session/stop");
+}
+
 TEST_F(Translator, IgnoresARefusalThatArrivesAfterStop) {
     ScriptedAnswer late = Status(403, R"({"detail":"key_disabled"})");
-    late.delay = std::chrono::milliseconds(200);
+    late.delay = std::chrono::milliseconds(30); // within what an exchange in flight is let have
     exchanges = {late};
     Configure();
     ASSERT_TRUE(translator->Start());
     ASSERT_TRUE(service.WaitForRequests(2));
-    translator->Stop(); // waits for the exchange in flight
+    translator->Stop();
     EXPECT_EQ(heard.Copy(heard.errors), Texts{});
     EXPECT_EQ(Targets().back(), "/session/stop");
 }
