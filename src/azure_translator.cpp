@@ -11,10 +11,8 @@ namespace {
 
 constexpr std::size_t kMaxWaitingAudio = std::size_t{10} * 60 * 32000; // bytes: ten minutes
 
-constexpr int kResolveTimeoutMs = 10000;
-constexpr int kConnectTimeoutMs = 10000;
-constexpr int kSendTimeoutMs = 8000;
-constexpr int kReceiveTimeoutMs = 8000;
+constexpr HttpTimeOuts kTimeOuts{
+    .resolveMs = 10000, .connectMs = 10000, .sendMs = 8000, .receiveMs = 8000};
 constexpr const WCHAR* kAddedHeaders =
     TEXT("Content-Type: application/json\r\nConnection: keep-alive\r\n");
 constexpr const WCHAR* kUnknown = TEXT("unknown");
@@ -117,7 +115,7 @@ bool AzureTranslator::Start() {
                                              {"lang_b", WideToUtf8(langB_)},
                                              {"lang_b_tgt", WideToUtf8(langBTgt_)}});
     std::string response;
-    const DWORD status = HttpRequest(TEXT("POST"), TEXT("/session/start"), body, response);
+    const DWORD status = HttpRequest(caller_, TEXT("POST"), TEXT("/session/start"), body, response);
     ProxyTrace(TEXT("[PROXY] /session/start status=%u\n"), static_cast<unsigned>(status));
 
     if (status != 200) {
@@ -154,8 +152,8 @@ bool AzureTranslator::CheckKey(WideString& reason) {
         return false;
     }
     std::string response;
-    const DWORD status =
-        HttpRequest(TEXT("GET"), TEXT("/key/status?access_key=") + accessKey_, {}, response);
+    const DWORD status = HttpRequest(caller_, TEXT("GET"),
+                                     TEXT("/key/status?access_key=") + accessKey_, {}, response);
     if (openedHere) {
         CloseConnection();
     }
@@ -188,6 +186,7 @@ void AzureTranslator::Stop() {
     }
     DebugTrace(TEXT("[PROXY] Stop() called\n"));
     running_.exchange(false);
+    caller_.GiveUp(); // what it would bring is dropped anyway
     SetEvent(wake_.get());
     if (thread_.joinable()) {
         thread_.join();
@@ -202,7 +201,8 @@ void AzureTranslator::PostSessionStop() {
                                              {"access_key", WideToUtf8(accessKey_)},
                                              {"machine_id", WideToUtf8(machineId_)}});
     std::string response;
-    HttpRequest(TEXT("POST"), TEXT("/session/stop"), body, response);
+    HttpCaller lastWord; // the other one may have been given up
+    HttpRequest(lastWord, TEXT("POST"), TEXT("/session/stop"), body, response);
 }
 
 void AzureTranslator::OpenConnection() {
@@ -226,8 +226,9 @@ void AzureTranslator::CloseConnection() {
     hSession_.Reset();
 }
 
-DWORD AzureTranslator::HttpRequest(const WideString& method, const WideString& path,
-                                   const std::string& body, std::string& response) {
+DWORD AzureTranslator::HttpRequest(HttpCaller& caller, const WideString& method,
+                                   const WideString& path, const std::string& body,
+                                   std::string& response) {
     response.clear();
     if (!hSession_ || !hConnect_) {
         return 0;
@@ -238,22 +239,14 @@ DWORD AzureTranslator::HttpRequest(const WideString& method, const WideString& p
     if (!request) {
         return 0;
     }
-    WinHttpSetTimeouts(request.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
-                       kReceiveTimeoutMs);
-    WinHttpAddRequestHeaders(request.get(), kAddedHeaders, static_cast<DWORD>(-1),
-                             WINHTTP_ADDREQ_FLAG_ADD);
-    // The platform only reads the body; its interface is older than const.
-    void* data = body.empty() ? nullptr : const_cast<char*>(body.data());
-    const auto length = static_cast<DWORD>(body.size());
-    if (!WinHttpSendRequest(request.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, data, length, length,
-                            0) ||
-        !WinHttpReceiveResponse(request.get(), nullptr)) {
-        request.Reset();
+    const auto status = caller.Call(std::move(request), kTimeOuts, kAddedHeaders, body, response);
+    if (!status) {
         CloseConnection();
         OpenConnection();
-        return 0;
     }
-    const DWORD status = ReadStatus(request.get());
-    ReadBody(request.get(), response);
-    return status;
+    return status.value_or(0);
+}
+
+void AzureTranslator::GiveUp() {
+    caller_.GiveUp();
 }

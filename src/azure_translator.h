@@ -4,6 +4,7 @@
 
 #include "audio_queue.h"
 #include "event_handle.h"
+#include "http_caller.h"
 #include "internet.h"
 #include "wide_text.h"
 
@@ -29,8 +30,9 @@ struct TranslationResult {
 //
 // Configure, Start, CheckKey and Stop are called one after the other, Start and those behind it on
 // a thread that may block: each waits for the service. PushAudio is called by capture threads at
-// any time. The callbacks run on the exchange thread, but for the errors of Start, which come from
-// within it; they must not block for long and must not call Stop, which waits for that thread.
+// any time, GiveUp by any thread. The callbacks run on the exchange thread, but for the errors of
+// Start, which come from within it; they must not block for long and must not call Stop, which
+// waits for that thread.
 class AzureTranslator {
 public:
     using ResultCallback = std::function<void(const TranslationResult&)>;
@@ -53,8 +55,14 @@ public:
     // `reason` becomes an error word; else `reason` stays as it is.
     bool CheckKey(WideString& reason);
 
-    // Ends the session, if one runs, after the request in flight. Harmless at any other time.
+    // Ends the session, if one runs: gives the request in flight up and tells the service, which is
+    // what it waits for. Harmless at any other time.
     void Stop();
+
+    // Nobody wants this session any more: whatever waits for the service fails at once, and so does
+    // whatever would, but for the word to the service that a session which runs is over. Never
+    // waits. Stop is to follow.
+    void GiveUp();
 
     // Takes a copy of `bytes` bytes of service audio; dropped when no session runs. Never waits for
     // the network. Beyond ten minutes of waiting audio the oldest goes.
@@ -70,8 +78,8 @@ private:
 
     void OpenConnection();
     void CloseConnection();
-    DWORD HttpRequest(const WideString& method, const WideString& path, const std::string& body,
-                      std::string& response);
+    DWORD HttpRequest(HttpCaller& caller, const WideString& method, const WideString& path,
+                      const std::string& body, std::string& response);
 
     // Fixed from Configure on.
     WideString host_;
@@ -82,6 +90,7 @@ private:
     // time: the caller of Start, then the exchange thread, then whoever joined it.
     InternetHandle hSession_;
     InternetHandle hConnect_;
+    HttpCaller caller_; // for all requests but the last word
 
     // Fixed from Configure on, sessionId_ from Start on.
     WideString accessKey_;

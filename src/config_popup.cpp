@@ -105,7 +105,7 @@ ConfigPopup::ConfigPopup(HWND owner, const HKEY* configKey, Start onStart)
 
 ConfigPopup::~ConfigPopup() {
     StopTimer(debounceTimer_);
-    checkFlags_->checkCancelled = true;
+    CancelKeyCheck();
     StopAnimation();
     StopTimer(refreshTimer_);
     langAList_.reset();

@@ -84,6 +84,7 @@ private:
     // The state of the key.
     void OnKeyEdited();
     void StartKeyCheck();
+    void CancelKeyCheck();
     void SetKeyStatus(const KeyCheckResult& state);
     KeyCheckResult KeyState() const;
     void OnKeyStatus(LPARAM lParam);
@@ -141,7 +142,8 @@ private:
     UINT_PTR animTimer_ = 0;
     UINT_PTR refreshTimer_ = 0;
     std::shared_ptr<KeyCheckFlags> checkFlags_ = std::make_shared<KeyCheckFlags>();
-    bool checkSkipped_ = false; // one was wanted while another was in flight
-    float animPhase_ = 0;       // 0 to 1
-    WideString checkedKey_;     // of the check last started
+    std::shared_ptr<HttpCaller> checkCaller_; // of the check last started; null before the first
+    bool checkSkipped_ = false;               // one was wanted while another was in flight
+    float animPhase_ = 0;                     // 0 to 1
+    WideString checkedKey_;                   // of the check last started
 };

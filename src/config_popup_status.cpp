@@ -12,10 +12,14 @@ constexpr float kPhaseStep = 0.05F; // of a sweep, at each tick
 } // namespace
 
 // The field is checked once the user has stopped typing; until then the row says that it will be.
+// A check of what stood there before is of no use any more.
 void ConfigPopup::OnKeyEdited() {
     StopTimer(debounceTimer_);
-    if (KeyText(kCheckedKeyRoom).empty()) {
-        checkFlags_->checkCancelled = true;
+    const WideString key = KeyText(kCheckedKeyRoom);
+    if (key != checkedKey_) {
+        CancelKeyCheck();
+    }
+    if (key.empty()) {
         SetKeyStatus({.status = KeyStatusNone});
         return;
     }
@@ -58,9 +62,18 @@ void ConfigPopup::StartKeyCheck() {
     checkFlags_->checkCancelled = false;
     checkFlags_->checkInFlight = true;
     checkedKey_ = key;
+    checkCaller_ = std::make_shared<HttpCaller>();
     SetKeyStatus({.status = KeyStatusChecking});
-    if (!StartKeyCheckThread({this, hwnd_, key, checkFlags_})) {
+    if (!StartKeyCheckThread({this, hwnd_, key, checkCaller_, checkFlags_})) {
         SetKeyStatus({.status = KeyStatusUnavailable});
+    }
+}
+
+// No answer comes any more, and the next check need not wait for this one.
+void ConfigPopup::CancelKeyCheck() {
+    checkFlags_->checkCancelled = true;
+    if (checkCaller_ != nullptr) {
+        checkCaller_->GiveUp();
     }
 }
 

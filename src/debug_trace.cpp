@@ -3,6 +3,7 @@
 #include "wide_text.h"
 
 #include <cstdio>
+#include <string>
 
 void TraceText(const WCHAR* text) {
     OutputDebugStringW(text);
@@ -10,6 +11,22 @@ void TraceText(const WCHAR* text) {
     fputws(text, stderr);
     std::fflush(stderr);
 }
+
+namespace {
+
+// A text that does not fit is cut, but keeps the line end that its format gave it: without that the
+// next line would go on in the same one.
+template <std::size_t kRoom>
+void FormatLine(WCHAR (&text)[kRoom], const WCHAR* format, std::va_list arguments) {
+    FormatWideV(text, kRoom, format, arguments);
+    const std::size_t length = std::char_traits<WCHAR>::length(text);
+    const std::size_t formatLength = std::char_traits<WCHAR>::length(format);
+    if (length == kRoom - 1 && formatLength > 0 && format[formatLength - 1] == '\n') {
+        text[length - 1] = '\n';
+    }
+}
+
+} // namespace
 
 void DebugTrace(const WCHAR* format, ...) {
     SYSTEMTIME now{};
@@ -21,7 +38,7 @@ void DebugTrace(const WCHAR* format, ...) {
     WCHAR text[1024];
     std::va_list arguments;
     va_start(arguments, format);
-    FormatWideV(text, std::size(text), format, arguments);
+    FormatLine(text, format, arguments);
     va_end(arguments);
 
     WCHAR line[1100];
@@ -34,7 +51,7 @@ namespace {
 template <std::size_t kRoom>
 void TraceFormatted(const WCHAR* format, std::va_list arguments) {
     WCHAR text[kRoom];
-    FormatWideV(text, kRoom, format, arguments);
+    FormatLine(text, format, arguments);
     TraceText(text);
 }
 

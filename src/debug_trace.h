@@ -1,6 +1,6 @@
 // The debug trace: each line goes to the debugger's channel and to stderr, which is flushed. Any
 // thread may trace at any time; there is no lock. Every text brings its own writer's tag and its
-// own "\n", and is cut where it does not fit its room.
+// own "\n". A text that does not fit its room is cut, but keeps that "\n".
 #pragma once
 
 #include <windows.h>

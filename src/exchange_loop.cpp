@@ -88,7 +88,8 @@ void AzureTranslator::ExchangeLoop() {
                             {"os_version", osVersion},
                             {"client_version", clientVersion},
                             {"audio_b64", Base64Encode(slice.data(), slice.size())}});
-        const DWORD status = HttpRequest(TEXT("POST"), TEXT("/session/exchange"), body, response);
+        const DWORD status =
+            HttpRequest(caller_, TEXT("POST"), TEXT("/session/exchange"), body, response);
         if (!running_ || !HandleExchange(status, response)) {
             break;
         }

@@ -23,22 +23,3 @@ InternetHandle OpenInternet() {
     return InternetHandle(WinHttpOpen(TEXT("KelvarinClient/1.0"), WINHTTP_ACCESS_TYPE_DEFAULT_PROXY,
                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
 }
-
-DWORD ReadStatus(HINTERNET request) {
-    DWORD status = 0;
-    DWORD bytes = sizeof status;
-    WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
-                        WINHTTP_HEADER_NAME_BY_INDEX, &status, &bytes, WINHTTP_NO_HEADER_INDEX);
-    return status;
-}
-
-void ReadBody(HINTERNET request, std::string& body) {
-    DWORD available = 0;
-    while (WinHttpQueryDataAvailable(request, &available) && available > 0) {
-        const std::size_t size = body.size();
-        body.resize(size + available);
-        DWORD read = 0;
-        WinHttpReadData(request, body.data() + size, available, &read);
-        body.resize(size + read);
-    }
-}

@@ -1,5 +1,5 @@
-// What every request to the service needs of the platform's HTTP: an owner of its handles, the
-// service's address, and how an answer is read. Knows no path and no message of the protocol.
+// What every request to the service needs of the platform's HTTP: an owner of its handles and the
+// service's address. Knows no path and no message of the protocol.
 #pragma once
 
 #include "wide_text.h"
@@ -51,8 +51,3 @@ std::optional<ServiceAddress> CrackServiceUrl();
 
 // As the program introduces itself; null when the platform has no HTTP.
 InternetHandle OpenInternet();
-
-// Of a request whose answer has begun to arrive; 0 when it cannot be told.
-DWORD ReadStatus(HINTERNET request);
-// Appends the body in the pieces in which it arrives, up to its end or to where it breaks off.
-void ReadBody(HINTERNET request, std::string& body);

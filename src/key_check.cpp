@@ -1,6 +1,5 @@
 #include "key_check.h"
 
-#include "internet.h"
 #include "service_url.h"
 #include "thread_start.h"
 
@@ -8,13 +7,11 @@
 
 namespace {
 
-constexpr int kResolveTimeoutMs = 8000;
-constexpr int kConnectTimeoutMs = 8000;
-constexpr int kSendTimeoutMs = 6000;
-constexpr int kReceiveTimeoutMs = 6000;
+constexpr HttpTimeOuts kTimeOuts{
+    .resolveMs = 8000, .connectMs = 8000, .sendMs = 6000, .receiveMs = 6000};
 
 // The status of the answer, 0 for none; whatever came of the body is in `body`.
-DWORD FetchKeyStatus(const WideString& key, std::string& body) {
+DWORD FetchKeyStatus(HttpCaller& caller, const WideString& key, std::string& body) {
     const InternetHandle session = OpenInternet();
     const auto address = CrackServiceUrl();
     const KeyStatusAccess access = AccessToKeyStatus();
@@ -27,21 +24,13 @@ DWORD FetchKeyStatus(const WideString& key, std::string& body) {
         return 0;
     }
     const WideString path = TEXT("/key/status?access_key=") + key;
-    const InternetHandle request(
-        WinHttpOpenRequest(connection.get(), TEXT("GET"), path.c_str(), nullptr, WINHTTP_NO_REFERER,
-                           WINHTTP_DEFAULT_ACCEPT_TYPES, access.https ? WINHTTP_FLAG_SECURE : 0));
+    InternetHandle request(WinHttpOpenRequest(connection.get(), TEXT("GET"), path.c_str(), nullptr,
+                                              WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+                                              access.https ? WINHTTP_FLAG_SECURE : 0));
     if (!request) {
         return 0;
     }
-    WinHttpSetTimeouts(request.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
-                       kReceiveTimeoutMs);
-    if (!WinHttpSendRequest(request.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, nullptr, 0, 0, 0) ||
-        !WinHttpReceiveResponse(request.get(), nullptr)) {
-        return 0;
-    }
-    const DWORD status = ReadStatus(request.get());
-    ReadBody(request.get(), body);
-    return status;
+    return caller.Call(std::move(request), kTimeOuts, nullptr, {}, body).value_or(0);
 }
 
 void PostAnswer(const KeyCheckTask& task, const KeyCheckResult& answer) {
@@ -54,7 +43,7 @@ void PostAnswer(const KeyCheckTask& task, const KeyCheckResult& answer) {
 
 void RunKeyCheck(const KeyCheckTask& task) {
     std::string body;
-    const DWORD status = FetchKeyStatus(task.key, body);
+    const DWORD status = FetchKeyStatus(*task.caller, task.key, body);
     if (!task.flags->checkCancelled) {
         PostAnswer(task, ReadKeyAnswer(status, body));
     }

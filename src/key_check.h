@@ -2,6 +2,7 @@
 // that gets the answer; nothing of how it is shown.
 #pragma once
 
+#include "http_caller.h"
 #include "key_status.h"
 
 #include <windows.h>
@@ -23,6 +24,7 @@ struct KeyCheckTask {
     const void* asker = nullptr; // goes with the answer; never looked into
     HWND window = nullptr;       // gets kMsgKeyStatus unless cancelled, then kMsgKeyCheckEnded
     WideString key;
+    std::shared_ptr<HttpCaller> caller;   // this check's; giving it up ends the check at once
     std::shared_ptr<KeyCheckFlags> flags; // checkInFlight is set
 };
 

@@ -67,12 +67,29 @@ void TranslationRun::PostSources(const SourceChoice& choice, bool open) {
     }
 }
 
+void TranslationRun::ServeBy(const std::shared_ptr<AzureTranslator>& translator) {
+    bool isLate = false;
+    {
+        const std::lock_guard lock(mutex_);
+        translator_ = translator;
+        isLate = superseded_;
+    }
+    if (isLate) {
+        translator->GiveUp();
+    }
+}
+
 void TranslationRun::Supersede() {
+    std::shared_ptr<AzureTranslator> translator;
     {
         const std::lock_guard lock(mutex_);
         active_ = false;
         superseded_ = true;
+        translator = translator_.lock();
         changed_.notify_all();
+    }
+    if (translator != nullptr) {
+        translator->GiveUp();
     }
     MSG late;
     while (PeekMessageW(&late, window_, kMsgError, kMsgSources, PM_REMOVE) != FALSE) {
@@ -164,6 +181,7 @@ void SwitchSources(const WorkerContext& context, std::unique_ptr<AudioCapture> c
 
 void RunWorker(const WorkerContext& context) {
     DebugTrace(TEXT("[WORKER] thread started\n"));
+    context.run->ServeBy(context.translator);
     if (!context.translator->Start()) {
         FailWithoutSession(context);
         return;

@@ -64,9 +64,12 @@ public:
     // Posts what has become of a choice, while the run is active.
     void PostSources(const SourceChoice& choice, bool open);
 
+    // The translator that serves this run. Not kept alive: its callbacks hold the run.
+    void ServeBy(const std::shared_ptr<AzureTranslator>& translator);
+
     // UI thread. Another run takes this one's place: ends it, and from when this returns, no more
     // messages of its state are posted, and those that wait in the window's queue are gone. Its
-    // results still come.
+    // results still come, but it waits for the service no longer.
     void Supersede();
 
     // UI thread. The sources to listen to from now on. A choice that the worker has not come to
@@ -84,6 +87,7 @@ private:
     mutable std::mutex mutex_; // guards all below; held for each post, so that none can slip past
     bool active_ = true;       // falls once and never rises again
     bool superseded_ = false;
+    std::weak_ptr<AzureTranslator> translator_;
     std::optional<SourceChoice> choice_; // asked for, not yet taken by the worker
     std::condition_variable changed_;    // active_ has fallen, or there is a choice
 };

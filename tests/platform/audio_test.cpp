@@ -778,6 +778,7 @@ public:
         double period = 30'000; // us between two fragments
         double phase = 0;       // us
         double jitter = 0;      // us, at most
+        double end = 1e12;      // us, behind which nothing comes
         std::function<bool(double)> sounds = [](double /*us*/) { return true; };
     };
     static constexpr std::size_t kFragment = 3; // packets
@@ -794,23 +795,31 @@ public:
             const std::size_t which = at[0] <= at[1] ? 0 : 1;
             const bool sound = devices_[which].sounds(at[which]);
             const std::vector<float> fragment(kFragment, sound ? 1.0F : 0.0F);
-            steps_.Arrived(members_[which], fragment.data(), kFragment);
-            Round();
+            const Lockstep::Clock::time_point now{
+                std::chrono::microseconds(static_cast<std::int64_t>(at[which]))};
+            steps_.Arrived(members_[which], fragment.data(), kFragment, now);
+            Round(now);
             next[which] += devices_[which].period;
             at[which] = next[which] + devices_[which].jitter *
                                           std::uniform_real_distribution<double>(0, 1)(random);
+            if (at[which] > devices_[which].end) {
+                at[which] = std::numeric_limits<double>::infinity();
+            }
         }
         return static_cast<double>(added_) / static_cast<double>(std::max<std::size_t>(read_, 1));
     }
     std::size_t Read() const { return read_; } // of `one`
     std::size_t Backlog() const { return backlog_; }
+    Lockstep::Clock::duration ClosestRounds() const { return closestRounds_; }
 
 private:
-    void Round() {
+    void Round(Lockstep::Clock::time_point now) {
         backlog_ = std::max({backlog_, rings_[0].Pending(), rings_[1].Pending()});
         if (!std::exchange(woken_, false)) {
             return;
         }
+        closestRounds_ = std::min(closestRounds_, now - lastRound_);
+        lastRound_ = now;
         const std::size_t one = Drain(rings_[0]);
         const std::size_t two = Drain(rings_[1]);
         read_ += one;
@@ -838,6 +847,8 @@ private:
     std::size_t read_ = 0;
     std::size_t added_ = 0;
     std::size_t backlog_ = 0;
+    Lockstep::Clock::time_point lastRound_{std::chrono::hours(-1)};
+    Lockstep::Clock::duration closestRounds_ = std::chrono::hours(1);
 };
 
 constexpr double kTenMinutes = 600e6; // us
@@ -849,21 +860,22 @@ TEST(LockstepUse, PacketsFindTheirCounterpartsAtAnyPhaseJitterAndDrift) {
             EXPECT_GE(devices.Play(kTenMinutes), 0.995) << "phase " << phase << " drift " << drift;
             EXPECT_LE(devices.Backlog(), Lockstep::kLongestWait + TwoDevices::kFragment);
             EXPECT_GE(devices.Read(), 59'980U) << "sound is lost";
+            EXPECT_GE(devices.ClosestRounds(), Lockstep::kStepDistance) << "a round is torn";
         }
     }
 }
 
 TEST(LockstepUse, NobodyWaitsForASilentStreamNorLongForOneThatHasStopped) {
     // The second one speaks for a second, is silent for a second, and so on.
-    TwoDevices turns(
-        {}, {30'000, 10'000, 0, [](double us) { return static_cast<int>(us / 1e6) % 2 == 0; }});
+    TwoDevices turns({}, {.phase = 10'000,
+                          .sounds = [](double us) { return static_cast<int>(us / 1e6) % 2 == 0; }});
     turns.Play(10e6);
     EXPECT_LE(turns.Backlog(), 2 * TwoDevices::kFragment);
     EXPECT_GE(turns.Read(), 1000U - 2 * TwoDevices::kFragment);
-    // It brings nothing more after five seconds, without a silent sample to say so.
-    TwoDevices stops({}, {30'000, 10'000, 5.01e6, [](double us) { return us < 5e6; }});
-    stops.Play(5e6);
+    TwoDevices stops({}, {.phase = 10'000, .end = 5e6});
+    stops.Play(10e6);
     EXPECT_LE(stops.Backlog(), Lockstep::kLongestWait + TwoDevices::kFragment);
+    EXPECT_GE(stops.Read(), 1000U - TwoDevices::kFragment);
 }
 
 } // namespace

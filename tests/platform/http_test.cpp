@@ -2,6 +2,7 @@
 // and what becomes of servers that stall, break off, vanish or prove nothing.
 #include <winhttp.h>
 
+#include "support/black_hole.h"
 #include "support/environment_setting.h"
 #include "support/scripted_service.h"
 #include "support/test_certificates.h"
@@ -27,8 +28,9 @@
 namespace {
 
 constexpr std::string_view kSlowHost = "slow.test";
+constexpr std::string_view kLateHost = "late.test"; // 127.0.0.1, as soon as it may be known
 
-// Held by a test, it keeps look-ups of kSlowHost from ending, on libcurl's own threads.
+// Held by a test, it keeps look-ups of both from ending, on libcurl's own threads.
 std::mutex resolverStall;
 
 } // namespace
@@ -42,6 +44,10 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
     }
     using Resolve = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
     static const auto resolve = reinterpret_cast<Resolve>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (node && node == kLateHost) {
+        const std::scoped_lock wait(resolverStall);
+        node = "127.0.0.1";
+    }
     return resolve(node, service, hints, result);
 }
 
@@ -121,7 +127,9 @@ std::optional<std::string> ReadPiece(const Handle& request) {
     }
     std::string piece(available, '\0');
     DWORD read = 0;
-    EXPECT_TRUE(available == 0 || WinHttpReadData(request.get(), piece.data(), available, &read));
+    if (available > 0 && !WinHttpReadData(request.get(), piece.data(), available, &read)) {
+        return std::nullopt;
+    }
     EXPECT_EQ(read, available);
     return piece;
 }
@@ -151,7 +159,8 @@ Response Receive(const Handle& request) {
 constexpr int kSlackMs = 8'000; // a limit that no test means to reach
 
 struct Limits {
-    int connectMs = kSlackMs; // both for resolving and for connecting
+    int resolveMs = kSlackMs;
+    int connectMs = kSlackMs;
     int sendMs = kSlackMs;
     int receiveMs = kSlackMs;
 };
@@ -168,7 +177,7 @@ public:
     Handle Open(const WideString& method, const WideString& path, const Limits& limits = {}) const {
         Handle request(WinHttpOpenRequest(connection_.get(), method.c_str(), path.c_str(), nullptr,
                                           nullptr, nullptr, secure_ ? WINHTTP_FLAG_SECURE : 0));
-        EXPECT_TRUE(WinHttpSetTimeouts(request.get(), limits.connectMs, limits.connectMs,
+        EXPECT_TRUE(WinHttpSetTimeouts(request.get(), limits.resolveMs, limits.connectMs,
                                        limits.sendMs, limits.receiveMs));
         return request;
     }
@@ -349,7 +358,8 @@ TEST(HttpConnection, ServesThreadsThatEachHaveTheirOwnHandles) {
 
 TEST(HttpTimeOut, EndsTheCallThatWaits) {
     constexpr int kShortMs = 150;
-    constexpr Limits kShortConnect{.connectMs = kShortMs / 2};
+    constexpr Limits kShortResolve{.resolveMs = kShortMs};
+    constexpr Limits kShortConnect{.connectMs = kShortMs};
     constexpr Limits kShortSend{.sendMs = kShortMs};
     constexpr Limits kShortReceive{.receiveMs = kShortMs};
     const WideString here = TEXT("127.0.0.1");
@@ -361,7 +371,7 @@ TEST(HttpTimeOut, EndsTheCallThatWaits) {
         std::string body;
         std::string answer; // what the server writes before it falls silent
     } rows[] = {
-        {"a name that is not resolved", kShortConnect, TEXT("slow.test"), false, "", ""},
+        {"a name that is not resolved", kShortResolve, TEXT("slow.test"), false, "", ""},
         {"a handshake that is not answered", kShortConnect, here, true, "", ""},
         {"a body that is not taken", kShortSend, here, false, MoreThanSocketsHold(), ""},
         {"a response that does not begin", kShortReceive, here, false, "", ""},
@@ -389,6 +399,30 @@ TEST(HttpTimeOut, EndsTheCallThatWaits) {
     }
 }
 
+TEST(HttpTimeOut, OfConnectingIsThatLongForAHostThatDropsPacketsHoweverLongItsNameTook) {
+    static constexpr int kResolvedMs = 200;
+    constexpr int kConnectMs = 300;
+    const BlackHole blackHole;
+    const struct {
+        WideString host;
+        int atLeastMs;
+    } rows[] = {{TEXT("127.0.0.1"), kConnectMs}, {TEXT("late.test"), kResolvedMs + kConnectMs}};
+    for (const auto& row : rows) {
+        std::promise<void> stalled;
+        const auto resolver = std::async(std::launch::async, [&stalled] {
+            const std::scoped_lock stall(resolverStall);
+            stalled.set_value();
+            std::this_thread::sleep_for(milliseconds(kResolvedMs)); // the test's subject
+        });
+        stalled.get_future().wait();
+        const auto began = Clock::now();
+        const Client client(blackHole.Port(), false, row.host);
+        EXPECT_FALSE(Send(client.Open(TEXT("POST"), TEXT("/"), {.connectMs = kConnectMs})));
+        EXPECT_GE(Clock::now() - began, milliseconds(row.atLeastMs - 5));
+        EXPECT_LT(Clock::now() - began, milliseconds(kSlackMs));
+    }
+}
+
 TEST(HttpTimeOut, SparesAServerThatIsSlowButNeverSilent) {
     Wire wire;
     const Client client(wire.Port());
@@ -404,6 +438,89 @@ TEST(HttpTimeOut, SparesAServerThatIsSlowButNeverSilent) {
         wire.Close();
     });
     EXPECT_EQ(Receive(request).body, "body");
+}
+
+// ---- Requests that another thread closes -------------------------------------------------------
+
+TEST(HttpClose, EndsTheCallThatWaitsAtOnce) {
+    const WideString here = TEXT("127.0.0.1");
+    const BlackHole blackHole;
+    const Limits unlimited{.resolveMs = 0, .connectMs = 0, .sendMs = 0, .receiveMs = 0};
+    const struct {
+        const char* of;
+        WideString host;
+        bool isDropped;
+        bool secure;
+        std::string body;
+        std::string answer; // what the server writes before it falls silent
+    } rows[] = {
+        {"a name that is not resolved", TEXT("slow.test"), false, false, "", ""},
+        {"a host that drops packets", here, true, false, "", ""},
+        {"a handshake that is not answered", here, false, true, "", ""},
+        {"a body that is not taken", here, false, false, MoreThanSocketsHold(), ""},
+        {"a response that does not begin", here, false, false, "", ""},
+        {"a response that stops", here, false, false, "",
+         "HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\nhalf"},
+    };
+    const std::scoped_lock stall(resolverStall);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.of);
+        Wire wire;
+        const Client client(row.isDropped ? blackHole.Port() : wire.Port(), row.secure, row.host);
+        const Handle request = client.Open(TEXT("POST"), TEXT("/"), unlimited);
+        auto call = std::async(std::launch::async, [&] {
+            if (!Send(request, row.body)) {
+                return false;
+            }
+            wire.Accept();
+            wire.Write(row.answer);
+            return Receive(request).complete;
+        });
+        // By now the call waits; a close that comes before it must end it as well.
+        EXPECT_EQ(call.wait_for(milliseconds(100)), std::future_status::timeout);
+        EXPECT_TRUE(WinHttpCloseHandle(request.get()));
+        ASSERT_EQ(call.wait_for(milliseconds(kSlackMs)), std::future_status::ready);
+        EXPECT_FALSE(call.get());
+    }
+}
+
+TEST(HttpClose, AtAnyMomentLeavesTheConnectionFitForTheNextRequest) {
+    ScriptedService service;
+    service.SetHandler([](const ScriptedRequest& request) {
+        return ScriptedAnswer{.body = std::string(200'000, 'x'),
+                              .delay = milliseconds(request.target == "/slow" ? 20 : 0)};
+    });
+    const Client client(service.Port());
+    std::array<int, 2> outcomes{}; // broken off, whole
+    for (int round = 0; round < 200; ++round) {
+        const Handle request = client.Open(TEXT("POST"), round % 2 ? TEXT("/slow") : TEXT("/"));
+        std::promise<void> begins;
+        const auto closer =
+            std::async(std::launch::async, [&request, round, begun = begins.get_future()] {
+                begun.wait();
+                std::this_thread::sleep_for(std::chrono::microseconds(round * 10)); // "any moment"
+                WinHttpCloseHandle(request.get());
+            });
+        begins.set_value();
+        const std::string body(1'000, 'b');
+        ++outcomes[Send(request, body) && Receive(request).complete ? 1 : 0];
+        if (round % 20 == 0) {
+            EXPECT_TRUE(client.Get(TEXT("/")).complete);
+        }
+    }
+    EXPECT_TRUE(client.Get(TEXT("/")).complete);
+    EXPECT_GT(outcomes[0], 0);
+}
+
+// Or a thread that still holds it would work with what another thread has opened meanwhile.
+TEST(HttpClose, NeverLetsAHandleComeBackAsAnother) {
+    const Client client(1);
+    const Handle closed = client.Open(TEXT("GET"), TEXT("/"));
+    ASSERT_TRUE(WinHttpCloseHandle(closed.get()));
+    for (int i = 0; i < 1'000; ++i) {
+        ASSERT_NE(client.Open(TEXT("GET"), TEXT("/")).get(), closed.get());
+    }
+    EXPECT_FALSE(WinHttpCloseHandle(closed.get()));
 }
 
 // ---- Responses ---------------------------------------------------------------------------------
@@ -517,6 +634,8 @@ TEST(HttpRedirect, IsFollowedByTheRightRequestAndNeverOutOfTls) {
         {307, "../t o#here", "POST /t%20o data"},
         {307, plain.Url() + "/", ""},
         {302, "ftp://127.0.0.1/", ""},
+        {302, "", ""},
+        {302, "   ", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.location);

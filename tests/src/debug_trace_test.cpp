@@ -22,18 +22,22 @@ TEST(DebugTrace, PutsTheLocalTimeBeforeARunningLineAndNothingBeforeTheOthers) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "[AUDIO] 1\n[PROXY] 2\n100 %s\n");
 }
 
-// Error texts of the service reach the trace at any length.
-TEST(DebugTrace, CutsATextThatIsLongerThanItsRoom) {
+// Error texts of the service reach the trace at any length; the next line must stand by itself.
+TEST(DebugTrace, CutsATextThatIsLongerThanItsRoomAndKeepsItsLineEnd) {
     const WideString endless(100000, TEXT('x'));
-    testing::internal::CaptureStderr();
-    AudioTrace(TEXT("%s"), endless.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(511, 'x'));
-    testing::internal::CaptureStderr();
-    ProxyTrace(TEXT("%s"), endless.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(1023, 'x'));
-    testing::internal::CaptureStderr();
-    DebugTrace(TEXT("%s"), endless.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStderr().size(), sizeof "[12:34:56.789] " - 1 + 1023);
+    const auto traced = [&endless](const auto& trace, const WCHAR* format) {
+        testing::internal::CaptureStderr();
+        trace(format, endless.c_str());
+        return testing::internal::GetCapturedStderr();
+    };
+    for (const auto& [trace, room] : {std::pair{&AudioTrace, 512}, std::pair{&ProxyTrace, 1024}}) {
+        const auto fits = static_cast<std::size_t>(room - 1);
+        EXPECT_EQ(traced(trace, TEXT("%s")), std::string(fits, 'x'));
+        EXPECT_EQ(traced(trace, TEXT("%s\n")), std::string(fits - 1, 'x') + "\n");
+        EXPECT_EQ(traced(trace, TEXT("%.9s\n")), "xxxxxxxxx\n");
+    }
+    const std::string line = traced(&DebugTrace, TEXT("%s\n"));
+    EXPECT_EQ(line.substr(sizeof "[12:34:56.789] " - 1), std::string(1022, 'x') + "\n");
 }
 
 } // namespace

@@ -265,10 +265,10 @@ std::optional<ScriptedRequest> ReadRequest(Stream& stream, std::string& pending)
     return request;
 }
 
-std::string NormalAnswer(const ScriptedAnswer& answer) {
+std::string NormalHead(const ScriptedAnswer& answer) {
     return "HTTP/1.1 " + std::to_string(answer.status) +
            " Scripted\r\nContent-Type: application/json\r\n" + answer.headers +
-           "Content-Length: " + std::to_string(answer.body.size()) + "\r\n\r\n" + answer.body;
+           "Content-Length: " + std::to_string(answer.body.size()) + "\r\n\r\n";
 }
 
 } // namespace
@@ -297,7 +297,8 @@ struct ScriptedService::State {
     void Serve(Client& client);
     void Converse(Stream& stream);
     bool Answer(Stream& stream, const ScriptedAnswer& answer);
-    bool WaitBeforeAnswer(std::chrono::milliseconds delay);
+    bool WriteBody(Stream& stream, const std::string& head, const ScriptedAnswer& answer);
+    bool Wait(std::chrono::milliseconds time);
 
     TlsContextHandle tls;
     std::uint16_t port = 0; // 0 until the first Listen
@@ -389,14 +390,14 @@ void ScriptedService::State::Converse(Stream& stream) {
 
 // False when the connection is over.
 bool ScriptedService::State::Answer(Stream& stream, const ScriptedAnswer& answer) {
-    if (!WaitBeforeAnswer(answer.delay)) {
+    if (!Wait(answer.delay)) {
         return false;
     }
     switch (answer.kind) {
     case ScriptedAnswer::Kind::Normal:
-        return stream.Write(NormalAnswer(answer));
+        return WriteBody(stream, NormalHead(answer), answer);
     case ScriptedAnswer::Kind::Raw:
-        stream.Write(answer.body);
+        WriteBody(stream, "", answer);
         stream.SayGoodbye();
         return false;
     case ScriptedAnswer::Kind::CloseOnly:
@@ -405,10 +406,21 @@ bool ScriptedService::State::Answer(Stream& stream, const ScriptedAnswer& answer
     return false;
 }
 
+bool ScriptedService::State::WriteBody(Stream& stream, const std::string& head,
+                                       const ScriptedAnswer& answer) {
+    if (answer.pace.count() == 0) {
+        return stream.Write(head + answer.body);
+    }
+    return stream.Write(head) &&
+           std::all_of(answer.body.begin(), answer.body.end(), [&](const char& byte) {
+               return Wait(answer.pace) && stream.Write({&byte, 1});
+           });
+}
+
 // False when the service is stopped meanwhile.
-bool ScriptedService::State::WaitBeforeAnswer(std::chrono::milliseconds delay) {
+bool ScriptedService::State::Wait(std::chrono::milliseconds time) {
     std::unique_lock lock(mutex);
-    return !changed.wait_for(lock, delay, [this] { return isStopping; });
+    return !changed.wait_for(lock, time, [this] { return isStopping; });
 }
 
 ScriptedService::ScriptedService(std::optional<ServerCertificate> certificate)

@@ -35,6 +35,7 @@ struct ScriptedAnswer {
     std::string body = {};
     std::string headers = {};           // further header lines, each with its CR LF
     std::chrono::milliseconds delay{0}; // before the answer is written
+    std::chrono::milliseconds pace{0};  // before each byte: of the body, or of all that is Raw
 };
 
 // Files of a server certificate and its key, PEM.

@@ -273,7 +273,7 @@ void CaptureStream::TakeFragments() {
     std::size_t bytes = 0;
     while (pa_stream_peek(stream_.get(), &data, &bytes) == 0 && bytes > 0) {
         if (running_) {
-            connection_->Steps().Arrived(step_, data, bytes / sizeof(float));
+            connection_->Steps().Arrived(step_, data, bytes / sizeof(float), lastSign_);
         }
         pa_stream_drop(stream_.get());
     }

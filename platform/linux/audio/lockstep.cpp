@@ -24,7 +24,8 @@ void Lockstep::Leave(Member& member) {
     member.packets.HandOn(member.packets.Pending());
 }
 
-void Lockstep::Arrived(Member& member, const void* samples, std::size_t count) {
+void Lockstep::Arrived(Member& member, const void* samples, std::size_t count,
+                       Clock::time_point now) {
     const std::size_t finished = member.packets.Write(samples, count);
     if (finished == 0) {
         return;
@@ -33,7 +34,7 @@ void Lockstep::Arrived(Member& member, const void* samples, std::size_t count) {
     const auto sounding = std::count_if(members_.begin(), members_.end(),
                                         [](const Member* each) { return IsSounding(*each); });
     if (IsSounding(member) && sounding > 1) {
-        StepTogether();
+        StepTogether(now);
         return;
     }
     // Alone, or silent. The others have nothing pending unless this one has just ceased to count.
@@ -72,11 +73,12 @@ std::size_t Lockstep::CommonStep() const {
     return std::max(fewest, most - std::min(most, kLongestWait));
 }
 
-void Lockstep::StepTogether() {
+void Lockstep::StepTogether(Clock::time_point now) {
     const std::size_t step = CommonStep();
-    if (step == 0) {
-        return;
+    if (step == 0 || now < nextStep_) {
+        return; // what is ready goes with the next arrival
     }
+    nextStep_ = now + kStepDistance;
     stepped_ += step;
     const bool windowEnds = stepped_ >= kWindow;
     if (windowEnds) {

@@ -1,9 +1,10 @@
 // Streams that are listened to at once hand on their packets together. Knows rings of packets;
-// nothing of the sound server, of clocks or of COM.
+// nothing of the sound server or of COM.
 #pragma once
 
 #include "audio/packet_ring.h"
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -15,9 +16,11 @@ namespace audio {
 // take turns, and what should be a sum would be one piece behind the other. Here a packet of a
 // sounding stream waits, readable by nobody, until each of the other sounding streams has one as
 // well; then all hand on the same number in one go, and all readers are woken after that. No timer
-// and no reserve is needed for it: whatever the servers' jitter, a packet waits exactly as long as
-// its counterpart takes.
+// and no reserve is needed for it: whatever the servers' jitter, a packet waits as long as its
+// counterpart takes.
 //
+//   - Such steps keep kStepDistance: a mixing round lasts some milliseconds from its first packet
+//     on, and a step near its end would find one reader still in it and the other one behind it.
 //   - A stream that is digitally silent takes no part, nor does one that is alone: their packets
 //     are handed on as they come. Silence is mixed by nobody.
 //   - Clocks drift: the device that is ahead piles packets up. What has lain at rest through a
@@ -33,6 +36,9 @@ public:
     static constexpr std::size_t kPatience = 50;    // of the others, while one brings nothing
     static constexpr std::size_t kSilenceEnds = 50; // of silence, until a stream counts as silent
     static constexpr std::size_t kWindow = 200;     // over which what lies at rest is looked for
+
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds kStepDistance{9};
 
     // One stream's part in it. Its ring and its owner outlive its membership.
     struct Member {
@@ -53,16 +59,17 @@ public:
     // What it still has pending is handed on; its reader is not woken.
     void Leave(Member& member);
     // Samples of the stream, which is a member, have come; as PacketRing::Write takes them.
-    void Arrived(Member& member, const void* samples, std::size_t count);
+    void Arrived(Member& member, const void* samples, std::size_t count, Clock::time_point now);
 
 private:
     static bool IsSounding(const Member& member) { return member.silentRun < kSilenceEnds; }
     void NoteArrival(Member& member, std::size_t packets);
     std::size_t CommonStep() const;
-    void StepTogether();
+    void StepTogether(Clock::time_point now);
 
     std::vector<Member*> members_;
-    std::size_t stepped_ = 0; // packets handed on together in this window
+    std::size_t stepped_ = 0;    // packets handed on together in this window
+    Clock::time_point nextStep_; // not before
 };
 
 } // namespace audio

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -46,6 +47,23 @@ TransferProgress* ProgressOf(CURL* easy) {
 
 } // namespace
 
+Waker::Waker() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+Waker::~Waker() {
+    if (IsOpen()) {
+        close(descriptor_);
+    }
+}
+
+void Waker::Ring() const {
+    (void)eventfd_write(descriptor_, 1); // fails only where it would ring already
+}
+
+void Waker::Clear() const {
+    eventfd_t rings = 0;
+    (void)eventfd_read(descriptor_, &rings);
+}
+
 Connection::Connection(std::shared_ptr<const Session> session, std::string host, std::uint16_t port)
     : session_(std::move(session)), host_(std::move(host)), port_(port), multi_(curl_multi_init()) {
     if (!multi_) {
@@ -69,17 +87,11 @@ void Connection::Withdraw(CURL* easy) {
     curl_multi_remove_handle(multi_.get(), easy);
 }
 
-void Connection::Step(Clock::time_point deadline) {
-    pollSet_.clear();
-    for (const WatchedSocket& watched : watched_) {
-        pollSet_.push_back({watched.socket, watched.events, 0});
-    }
+void Connection::Step(Lock& lock, Clock::time_point deadline) {
     const int timeoutMs = PollTimeoutMs(std::min(deadline, timer_));
-    const bool isMereTurn = pollSet_.empty() && timeoutMs == 0; // libcurl wants to go on at once
-    if (!isMereTurn && poll(pollSet_.data(), pollSet_.size(), timeoutMs) > 0) {
-        for (const pollfd& ready : pollSet_) {
-            Deliver(ready);
-        }
+    const bool isMereTurn = watched_.empty() && timeoutMs == 0; // libcurl wants to go on at once
+    if (!isMereTurn) {
+        Wait(lock, timeoutMs);
     }
     if (timer_ <= Clock::now()) {
         timer_ = Clock::time_point::max();
@@ -87,6 +99,26 @@ void Connection::Step(Clock::time_point deadline) {
         curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &running);
     }
     CollectFinished();
+}
+
+void Connection::Wait(Lock& lock, int timeoutMs) {
+    pollSet_.clear();
+    pollSet_.push_back({waker_.Descriptor(), POLLIN, 0});
+    for (const WatchedSocket& watched : watched_) {
+        pollSet_.push_back({watched.socket, watched.events, 0});
+    }
+    lock.unlock();
+    const int ready = poll(pollSet_.data(), pollSet_.size(), timeoutMs);
+    lock.lock();
+    if (ready <= 0) {
+        return;
+    }
+    if (pollSet_.front().revents != 0) {
+        waker_.Clear();
+    }
+    for (const pollfd& state : pollSet_) {
+        Deliver(state);
+    }
 }
 
 void Connection::Deliver(const pollfd& ready) {
@@ -97,7 +129,7 @@ void Connection::Deliver(const pollfd& ready) {
         std::find_if(watched_.begin(), watched_.end(), [&ready](const WatchedSocket& candidate) {
             return candidate.socket == ready.fd;
         });
-    if (watched == watched_.end()) { // closed by what was delivered before it
+    if (watched == watched_.end()) { // the waker, or closed meanwhile
         return;
     }
     if (watched->progress) {

@@ -50,13 +50,17 @@ std::optional<std::string> HeaderLine(std::string_view line) {
     return isEmpty ? std::string(name) + ";" : std::string(line);
 }
 
-// libcurl takes 0 for its own limit and has one limit for both phases.
-long ConnectLimitMs(const TimeOuts& timeOuts) {
-    if (timeOuts.resolveMs <= 0 || timeOuts.connectMs <= 0) {
-        return std::numeric_limits<int>::max();
-    }
-    const long sum = static_cast<long>(timeOuts.resolveMs) + timeOuts.connectMs;
-    return std::min<long>(sum, std::numeric_limits<int>::max());
+// libcurl has one limit for resolving and connecting together, so it gets none. It takes 0 for its
+// own.
+constexpr long kNoLimitMs = std::numeric_limits<int>::max();
+
+// Of an empty header libcurl leaves the carriage return in the value.
+std::string_view WithoutLineEnd(std::string_view value) {
+    return value.substr(0, value.find('\r'));
+}
+
+Clock::time_point After(Clock::time_point begin, int limitMs) {
+    return limitMs > 0 ? begin + std::chrono::milliseconds(limitMs) : Clock::time_point::max();
 }
 
 // Whether libcurl took every option of a set.
@@ -85,7 +89,20 @@ Request::Request(std::shared_ptr<Connection> connection, Method method, Address 
 }
 
 Request::~Request() {
-    GiveUp(CURLE_ABORTED_BY_CALLBACK);
+    Close();
+}
+
+void Request::SetTimeOuts(const TimeOuts& timeOuts) {
+    const Lock lock = connection_->Enter();
+    timeOuts_ = timeOuts;
+}
+
+void Request::Close() {
+    {
+        const Lock lock = connection_->Enter();
+        Fail();
+    }
+    connection_->Wake();
 }
 
 bool Request::AppendHeader(const std::string& line) {
@@ -99,6 +116,7 @@ bool Request::AppendHeader(const std::string& line) {
 }
 
 bool Request::AddHeaders(std::string_view lines) {
+    const Lock lock = connection_->Enter();
     if (stage_ != Stage::New) {
         return false;
     }
@@ -120,22 +138,24 @@ bool Request::AddHeaders(std::string_view lines) {
 }
 
 bool Request::Send(const void* body, std::size_t bytes) {
+    Lock lock = connection_->Enter();
     if (stage_ != Stage::New || (method_ == Method::Get && bytes != 0)) {
         return false;
     }
     body_ = body;
     bodyBytes_ = bytes;
     stage_ = Stage::Sent;
-    return Dispatch() || Fail();
+    return Dispatch(lock) || Fail();
 }
 
 // Brings the request to where `address_` says.
-bool Request::Dispatch() {
-    isWriting_ = false;
+bool Request::Dispatch(Lock& lock) {
+    EnterPhase(Phase::Resolving);
     headComplete_ = false;
     received_.clear();
     return Configure() && connection_->Begin(easy_.get(), progress_) &&
-           DriveUntil([this] { return IsHandedOver(); }, timeOuts_.sendMs);
+           DriveUntil(
+               lock, [this] { return IsHandedOver(); }, timeOuts_.sendMs);
 }
 
 bool Request::Configure() {
@@ -166,7 +186,7 @@ bool Request::Configure() {
     }
 
     options.Set(CURLOPT_NOSIGNAL, 1L);
-    options.Set(CURLOPT_CONNECTTIMEOUT_MS, ConnectLimitMs(timeOuts_));
+    options.Set(CURLOPT_CONNECTTIMEOUT_MS, kNoLimitMs);
     // Or a look-up that was given up would still be waited for.
     options.Set(CURLOPT_QUICK_EXIT, 1L);
     options.Set(CURLOPT_FRESH_CONNECT, connection_->ServerHungUp() ? 1L : 0L);
@@ -188,23 +208,25 @@ bool Request::IsHandedOver() const {
         return true;
     }
     const bool hasFailed = progress_.finished && progress_.result != CURLE_OK;
-    return isWriting_ && !hasFailed && !connection_->WantsToWrite(progress_);
+    return phase_ == Phase::Exchanging && !hasFailed && !connection_->WantsToWrite(progress_);
 }
 
 bool Request::ReceiveHead() {
+    Lock lock = connection_->Enter();
     if (stage_ != Stage::Sent) {
         return false;
     }
-    if (!FollowRedirects()) {
+    if (!FollowRedirects(lock)) {
         return Fail();
     }
     stage_ = Stage::HeadReceived;
     return true;
 }
 
-bool Request::FollowRedirects() {
+bool Request::FollowRedirects(Lock& lock) {
     for (int redirects = 0;; ++redirects) {
-        if (!DriveUntil([this] { return headComplete_; }, timeOuts_.receiveMs)) {
+        if (!DriveUntil(
+                lock, [this] { return headComplete_; }, timeOuts_.receiveMs)) {
             return false;
         }
         auto next = RedirectTarget();
@@ -220,7 +242,7 @@ bool Request::FollowRedirects() {
             method_ = Method::Get;
         }
         address_ = std::move(*next);
-        if (!Dispatch()) {
+        if (!Dispatch(lock)) {
             return false;
         }
     }
@@ -234,7 +256,7 @@ std::optional<Address> Request::RedirectTarget() const {
         curl_easy_header(easy_.get(), "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK) {
         return std::nullopt;
     }
-    auto next = ResolveRedirect(address_, location->value);
+    auto next = ResolveRedirect(address_, WithoutLineEnd(location->value));
     if (next && address_.secure && !next->secure) {
         return std::nullopt;
     }
@@ -242,18 +264,30 @@ std::optional<Address> Request::RedirectTarget() const {
 }
 
 std::optional<long> Request::Status() const {
+    const Lock lock = connection_->Enter();
     return stage_ == Stage::HeadReceived ? std::optional(status_) : std::nullopt;
 }
 
-bool Request::AwaitBody() {
+std::optional<std::size_t> Request::AwaitBody() {
+    Lock lock = connection_->Enter();
+    return DriveToBody(lock) ? std::optional(Available()) : std::nullopt;
+}
+
+// True with an empty hand at the end of the body.
+bool Request::DriveToBody(Lock& lock) {
     if (stage_ != Stage::HeadReceived) {
         return false;
     }
-    return DriveUntil([this] { return Available() > 0; }, timeOuts_.receiveMs) ||
+    return DriveUntil(
+               lock, [this] { return Available() > 0; }, timeOuts_.receiveMs) ||
            progress_.result == CURLE_OK;
 }
 
-std::size_t Request::Take(void* buffer, std::size_t room) {
+std::optional<std::size_t> Request::Take(void* buffer, std::size_t room) {
+    Lock lock = connection_->Enter();
+    if (!DriveToBody(lock)) {
+        return std::nullopt;
+    }
     const std::size_t bytes = std::min(room, Available());
     if (bytes == 0) {
         return 0;
@@ -267,27 +301,41 @@ std::size_t Request::Take(void* buffer, std::size_t room) {
     return bytes;
 }
 
-// False when the transfer ended first or nothing moved for the limit.
+// False when the transfer ended first, or what libcurl is at took longer than it may: in an
+// exchange that is the time in which nothing moves.
 template <typename Condition>
-bool Request::DriveUntil(Condition reached, int quietLimitMs) {
+bool Request::DriveUntil(Lock& lock, Condition reached, int quietLimitMs) {
     progress_.lastTraffic = Clock::now();
     while (!reached()) {
         if (progress_.finished) {
             return false;
         }
-        connection_->Step(QuietDeadline(quietLimitMs));
-        if (!progress_.finished && Clock::now() >= QuietDeadline(quietLimitMs)) {
+        connection_->Step(lock, Deadline(quietLimitMs));
+        if (stage_ == Stage::Failed) { // closed meanwhile
+            return false;
+        }
+        if (!progress_.finished && Clock::now() >= Deadline(quietLimitMs)) {
             GiveUp(CURLE_OPERATION_TIMEDOUT);
         }
     }
     return true;
 }
 
-Clock::time_point Request::QuietDeadline(int quietLimitMs) const {
-    if (!isWriting_ || quietLimitMs <= 0) { // until then libcurl's own limit holds
-        return Clock::time_point::max();
+Clock::time_point Request::Deadline(int quietLimitMs) const {
+    switch (phase_) {
+    case Phase::Resolving:
+        return After(phaseBegan_, timeOuts_.resolveMs);
+    case Phase::Connecting:
+        return After(phaseBegan_, timeOuts_.connectMs);
+    case Phase::Exchanging:
+        break;
     }
-    return progress_.lastTraffic + std::chrono::milliseconds(quietLimitMs);
+    return After(progress_.lastTraffic, quietLimitMs);
+}
+
+void Request::EnterPhase(Phase phase) {
+    phase_ = phase;
+    phaseBegan_ = Clock::now();
 }
 
 bool Request::Fail() {
@@ -311,17 +359,23 @@ void Request::GiveUp(CURLcode result) {
 // server may have acted on the first one, so a second is refused here, and already its connection.
 int Request::BeforeWriting(void* request, char*, char*, int, int) noexcept {
     auto* self = static_cast<Request*>(request);
-    if (self->isWriting_) {
+    if (self->phase_ == Phase::Exchanging) {
         return CURL_PREREQFUNC_ABORT;
     }
-    self->isWriting_ = true;
+    self->EnterPhase(Phase::Exchanging);
     self->progress_.lastTraffic = Clock::now();
     return CURL_PREREQFUNC_OK;
 }
 
 curl_socket_t Request::OpenSocket(void* request, curlsocktype, curl_sockaddr* address) noexcept {
     auto* self = static_cast<Request*>(request);
-    return self->isWriting_ ? CURL_SOCKET_BAD : self->connection_->OpenSocket(*address);
+    if (self->phase_ == Phase::Exchanging) {
+        return CURL_SOCKET_BAD;
+    }
+    if (self->phase_ == Phase::Resolving) { // the first address of the host
+        self->EnterPhase(Phase::Connecting);
+    }
+    return self->connection_->OpenSocket(*address);
 }
 
 std::size_t Request::OnHeaderLine(char* line, std::size_t, std::size_t bytes,

@@ -18,12 +18,13 @@ enum class Method { Get, Post };
 // In milliseconds; 0 or less is no limit. What a request has that is never told others.
 struct TimeOuts {
     int resolveMs = 0;
-    int connectMs = 60'000;
+    int connectMs = 60'000; // all addresses of the host and a TLS handshake together
     int sendMs = 30'000;    // without anything of the request going out
     int receiveMs = 30'000; // without anything of the response coming in
 };
 
-// One thread at a time calls its operations and those of its connection. libcurl keeps its address.
+// One thread at a time calls its operations, but for Close, and those of its connection. Each takes
+// the connection's lock. libcurl keeps its address.
 class Request {
 public:
     Request(std::shared_ptr<Connection> connection, Method method, Address address);
@@ -32,7 +33,7 @@ public:
     Request& operator=(const Request&) = delete;
 
     bool IsUsable() const { return easy_ && headers_; }
-    void SetTimeOuts(const TimeOuts& timeOuts) { timeOuts_ = timeOuts; }
+    void SetTimeOuts(const TimeOuts& timeOuts);
     // Lines parted by CR LF. All of them are taken or none. Not after Send.
     bool AddHeaders(std::string_view lines);
 
@@ -44,24 +45,35 @@ public:
     // The status of the final response; nothing before its head is there.
     std::optional<long> Status() const;
 
-    // Waits until some of the body is there or it has ended; false when it broke off.
-    bool AwaitBody();
-    std::size_t Available() const { return received_.size() - taken_; }
-    std::size_t Take(void* buffer, std::size_t room);
+    // Waits until some of the body is there and tells how much, 0 at its end; nothing when it broke
+    // off.
+    std::optional<std::size_t> AwaitBody();
+    // As AwaitBody, and takes up to `room` bytes of what is there.
+    std::optional<std::size_t> Take(void* buffer, std::size_t room);
+
+    // From any thread: the operation that waits fails at once, and so do all behind it. What Send
+    // was given is not looked at any more.
+    void Close();
 
 private:
+    using Lock = Connection::Lock;
     enum class Stage { New, Sent, HeadReceived, Failed };
+    // What libcurl is at; each has a time-out of its own.
+    enum class Phase { Resolving, Connecting, Exchanging };
 
-    bool Dispatch();
+    bool Dispatch(Lock& lock);
     bool Configure();
     bool IsHandedOver() const;
-    bool FollowRedirects();
+    bool FollowRedirects(Lock& lock);
     std::optional<Address> RedirectTarget() const;
     bool Fail();
     template <typename Condition>
-    bool DriveUntil(Condition reached, int quietLimitMs);
-    Clock::time_point QuietDeadline(int quietLimitMs) const;
+    bool DriveUntil(Lock& lock, Condition reached, int quietLimitMs);
+    bool DriveToBody(Lock& lock);
+    Clock::time_point Deadline(int quietLimitMs) const;
+    void EnterPhase(Phase phase);
     void GiveUp(CURLcode result);
+    std::size_t Available() const { return received_.size() - taken_; }
     bool AppendHeader(const std::string& line);
 
     static int BeforeWriting(void* request, char*, char*, int, int) noexcept;
@@ -82,7 +94,8 @@ private:
     std::size_t bodyBytes_ = 0;
 
     TransferProgress progress_;
-    bool isWriting_ = false; // libcurl has begun to write this request
+    Phase phase_ = Phase::Resolving;
+    Clock::time_point phaseBegan_;
     bool headComplete_ = false;
     long status_ = 0;
     std::string received_;  // of the body

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -41,14 +42,16 @@ using Request = http::Request;
 
 // Every open handle, so that null, closed and foreign ones are told apart from those of each kind.
 // What was opened from a handle shares in the ownership of what it stands for, which makes the
-// order of closing free. Any thread.
+// order of closing free. No handle is given out twice: a thread that still uses one which another
+// thread has closed must not find something else there. Any thread.
 class OpenHandles {
 public:
     template <typename Object>
     HINTERNET Add(std::shared_ptr<Object> object) {
         const std::scoped_lock lock(mutex_);
-        HINTERNET handle = object.get();
-        objects_.insert_or_assign(handle, std::move(object));
+        // A number of our own; nothing is where it points.
+        HINTERNET handle = reinterpret_cast<HINTERNET>(++last_);
+        objects_.emplace(handle, std::move(object));
         return handle;
     }
 
@@ -65,6 +68,9 @@ public:
     }
 
     bool Close(HINTERNET handle) {
+        if (const auto request = Find<Request>(handle)) {
+            request->Close(); // first: whoever finds it closed may free what it was sending
+        }
         std::unique_lock lock(mutex_);
         const auto closed = objects_.extract(handle);
         lock.unlock(); // the object's end may say good-bye to the server
@@ -75,7 +81,8 @@ private:
     using AnyObject = std::variant<std::shared_ptr<Session>, std::shared_ptr<Connection>,
                                    std::shared_ptr<Request>>;
 
-    std::mutex mutex_; // guards objects_; nothing but looking up is done under it
+    std::mutex mutex_; // guards what follows; nothing but looking up is done under it
+    std::uintptr_t last_ = 0;
     std::unordered_map<HINTERNET, AnyObject> objects_;
 };
 
@@ -266,19 +273,21 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOI
 
 BOOL WinHttpQueryDataAvailable(HINTERNET request, LPDWORD bytes) {
     const auto target = Handles().Find<Request>(request);
-    if (!target || !bytes || !target->AwaitBody()) {
+    const auto available = target && bytes ? target->AwaitBody() : std::nullopt;
+    if (!available) {
         return FALSE;
     }
-    *bytes = static_cast<DWORD>(std::min<std::size_t>(target->Available(), kTerminated));
+    *bytes = static_cast<DWORD>(std::min<std::size_t>(*available, kTerminated));
     return TRUE;
 }
 
 BOOL WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD bytes, LPDWORD read) {
     const auto target = Handles().Find<Request>(request);
-    if (!target || !buffer || !read || !target->AwaitBody()) {
+    const auto taken = target && buffer && read ? target->Take(buffer, bytes) : std::nullopt;
+    if (!taken) {
         return FALSE;
     }
-    *read = static_cast<DWORD>(target->Take(buffer, bytes));
+    *read = static_cast<DWORD>(*taken);
     return TRUE;
 }
 

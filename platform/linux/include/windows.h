@@ -158,9 +158,10 @@ struct RTL_OSVERSIONINFOW {
     WCHAR szCSDVersion[128];
 };
 
-// Knows "ntdll.dll" and, by a null name, the program itself.
+// Knows, by a null name, the program itself. The libraries of Windows are not there: whoever asks
+// one of them for its version must not take this system's for one of Windows.
 HMODULE GetModuleHandleW(LPCWSTR name);
-// Knows "RtlGetVersion" of "ntdll.dll" only, which tells the kernel's release.
+// Always null.
 FARPROC GetProcAddress(HMODULE module, LPCSTR name);
 
 // The program's file (`module` null), with `\` between the parts of its path (room files/). Returns

@@ -1,6 +1,6 @@
-// Synchronous HTTP (room http/). One thread at a time uses a handle and what was opened from it.
-// Handles that are null, closed or of another kind make a call fail, and so do arguments beyond
-// those told here.
+// Synchronous HTTP (room http/). One thread at a time uses a handle and what was opened from it,
+// but that any thread may close a request. Handles that are null, closed or of another kind make a
+// call fail, and so do arguments beyond those told here.
 #pragma once
 
 #include <windows.h>
@@ -70,8 +70,9 @@ HINTERNET WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DW
 // are percent-encoded (as UTF-8) because they would break the request line.
 HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR method, LPCWSTR path, LPCWSTR version,
                              LPCWSTR referrer, LPCWSTR* acceptTypes, DWORD flags);
-// 0 or less is no limit. Resolving and connecting, a TLS handshake included, are limited by their
-// sum. Sending and receiving are limited as long as nothing goes out or comes in.
+// 0 or less is no limit. Resolving is limited, and then connecting, to all addresses of the host
+// and with a TLS handshake. Sending and receiving are limited as long as nothing goes out or comes
+// in.
 BOOL WinHttpSetTimeouts(HINTERNET request, int resolveMs, int connectMs, int sendMs, int receiveMs);
 // Headers are separated by CR LF, all of them taken or none, and not those that frame the body.
 // `length` is (DWORD)-1 for a terminated text. Only WINHTTP_ADDREQ_FLAG_ADD.
@@ -94,4 +95,6 @@ BOOL WinHttpQueryDataAvailable(HINTERNET request, LPDWORD bytes);
 // Up to `bytes` of what is there, waiting for it if nothing is.
 BOOL WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD bytes, LPDWORD read);
 // Any of the three kinds of handle. What was opened from a handle stays usable when it is closed.
+// A call that waits on a request which another thread closes fails at once, and the connection that
+// carried the request is given up. No handle is given out a second time.
 BOOL WinHttpCloseHandle(HINTERNET handle);

@@ -1,12 +1,10 @@
-// What the program asks of the machine: its name, its system's version, the time, the debugger.
+// What the program asks of the machine: its name, the time, the debugger.
 #include <windows.h>
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <string_view>
 
-#include <sys/utsname.h>
 #include <unistd.h>
 
 void GetLocalTime(SYSTEMTIME* time) {
@@ -45,42 +43,14 @@ BOOL GetComputerNameW(LPWSTR name, LPDWORD size) {
 
 namespace {
 
-// 0 on success, as the native interface has it.
-LONG RtlGetVersion(RTL_OSVERSIONINFOW* version) {
-    utsname system{};
-    unsigned major = 0;
-    unsigned minor = 0;
-    unsigned build = 0;
-    if (version->dwOSVersionInfoSize < sizeof *version || uname(&system) != 0 ||
-        std::sscanf(system.release, "%u.%u.%u", &major, &minor, &build) < 2) {
-        return -1;
-    }
-    version->dwMajorVersion = major;
-    version->dwMinorVersion = minor;
-    version->dwBuildNumber = build;
-    return 0;
-}
-
-// What module handles point to; nobody looks into them.
-HMODULE ModuleAt(char& place) {
-    return reinterpret_cast<HMODULE>(&place);
-}
-
-char nativeModule = 0;
-char ownModule = 0;
+char ownModule = 0; // what its module handle points to; nobody looks into it
 
 } // namespace
 
 HMODULE GetModuleHandleW(LPCWSTR name) {
-    if (name == nullptr) {
-        return ModuleAt(ownModule);
-    }
-    return std::u16string_view(name) == u"ntdll.dll" ? ModuleAt(nativeModule) : nullptr;
+    return name == nullptr ? reinterpret_cast<HMODULE>(&ownModule) : nullptr;
 }
 
-FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
-    if (module != ModuleAt(nativeModule) || std::string_view(name) != "RtlGetVersion") {
-        return nullptr;
-    }
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&RtlGetVersion));
+FARPROC GetProcAddress(HMODULE /*module*/, LPCSTR /*name*/) {
+    return nullptr;
 }
