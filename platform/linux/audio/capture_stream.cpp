@@ -21,7 +21,12 @@ constexpr std::size_t kPipeWireFragment = 1;
 constexpr std::size_t kSilenceToGather = 6; // packets
 
 // How often a running stream looks whether the server is still there.
-constexpr pa_usec_t kWatchInterval = PA_USEC_PER_SEC;
+constexpr pa_usec_t kWatchInterval = PA_USEC_PER_SEC / 2;
+// How long samples may stay away before the server is asked whether it is still there.
+constexpr std::chrono::seconds kQuietForLong{1};
+// How long a device may take to be recorded from. PipeWire, while a default changes, may never come
+// to it, and does when asked anew.
+constexpr std::chrono::seconds kOpensWithin{1};
 
 } // namespace
 
@@ -207,6 +212,7 @@ void CaptureStream::OnDevices(const Devices& devices) {
         return;
     }
     nextSource_ = chosen->source;
+    nextBegun_ = Clock::now();
     next_ = BeginRecording(nextSource_, false);
 }
 
@@ -243,16 +249,20 @@ void CaptureStream::StopWatching() {
 }
 
 // A server that hangs closes nothing: no state changes, samples just stop coming. They also stop
-// while a device is suspended, which only the server can tell.
+// while a device is suspended, which only the server can tell. And not every server tells of a new
+// default when it has one, so a stream that follows it asks.
 void CaptureStream::Watch() {
-    const auto quiet = Clock::now() - lastSign_;
-    const bool hasNoDevice = stream_ == nullptr;
-    if ((hasNoDevice && quiet >= kGivesUpAfter) ||
-        (quiet >= kGivesUpAfter && connection_->OwesAnswerFor() >= kGivesUpAfter)) {
+    const auto now = Clock::now();
+    const auto quiet = now - lastSign_;
+    const bool isLost = stream_ == nullptr && quiet >= kFindsDeviceWithin;
+    if (isLost || (quiet >= kGivesUpAfter && connection_->OwesAnswerFor() >= kGivesUpAfter)) {
         Die();
         return;
     }
-    if (hasNoDevice || quiet >= std::chrono::microseconds(kWatchInterval)) {
+    if (next_ != nullptr && now - nextBegun_ >= kOpensWithin) {
+        next_.reset();
+    }
+    if (endpoint_.followsDefault || quiet >= kQuietForLong) {
         connection_->BeginAsking();
     }
     WatchAgainLater();

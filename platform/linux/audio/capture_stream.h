@@ -27,9 +27,10 @@ std::uint32_t PacketFrames(const Endpoint& endpoint);
 // A stream also dies when the server stops answering while nothing comes from it.
 class CaptureStream final : private DeviceListener {
 public:
-    // Without a device for as long, a stream that follows the default gives up; so does every
-    // stream whose server has not answered for as long.
-    static constexpr std::chrono::milliseconds kGivesUpAfter{3000};
+    // A stream whose server has not answered for as long dies.
+    static constexpr std::chrono::seconds kGivesUpAfter{3};
+    // So does one that follows the default when it has found no other device for as long.
+    static constexpr std::chrono::seconds kFindsDeviceWithin{5};
 
     // Opens a stream that is stopped. Null when the device or the server is gone.
     static std::shared_ptr<CaptureStream> Open(std::shared_ptr<ServerConnection> connection,
@@ -103,6 +104,7 @@ private:
     Stream stream_;               // null while a following stream has no device
     Stream next_;                 // on its way to take the place of `stream_`
     std::string nextSource_;
+    Clock::time_point nextBegun_;
     bool running_ = false;           // between Start and Stop
     Clock::time_point lastSign_;     // when samples last came, or might not have had to
     pa_time_event* watch_ = nullptr; // rings while running
