@@ -37,8 +37,8 @@ constexpr const char* kUsage =
     "  sums     both sources play a constant: tells in how many packets they were added\n"
     "  drift    the same with a microphone whose clock is --ppm off\n"
     "  record   plays --speech (16 kHz mono raw) beside a hissing microphone, records it at\n"
-    "           --phases starts of the two streams into OUT.1, OUT.2 ..., and writes the same\n"
-    "           speech with such a hiss really added to OUT.added.1, OUT.added.2 ...\n"
+    "           --phases starts of the two streams into OUT.1, OUT.2 ...\n"
+    "  add      writes the same speech with such a hiss really added to OUT.added.1 ...\n"
     "  cost     what listening to silence costs, without what is said to the service\n"
     "  hiss     writes white noise of --rms to the standard output: 48 kHz stereo floats\n"
     "  --server pulseaudio|pipewire (pulseaudio)   --seconds N (5)   --phases N (8)\n"
@@ -280,23 +280,35 @@ pid_t StartRecorder(int phase, int phases, const std::string& path, const int (&
     _exit(code);
 }
 
-bool Record(const Options& options) {
-    const std::vector<std::int16_t> speech = ReadSamples(options.at("--speech"));
-    if (speech.empty()) {
+// The speech as the loudspeaker plays it.
+std::vector<float> ReadSpeech(const Options& options) {
+    const std::vector<std::int16_t> samples = ReadSamples(options.at("--speech"));
+    if (samples.empty()) {
         throw std::runtime_error(options.at("--speech") + ": no sound");
     }
-    const double rms = std::stod(options.at("--rms"));
-    const double seconds = static_cast<double>(speech.size()) / 16000;
-    std::vector<float> played(speech.size());
-    std::transform(speech.begin(), speech.end(), played.begin(),
+    std::vector<float> speech(samples.size());
+    std::transform(samples.begin(), samples.end(), speech.begin(),
                    [](std::int16_t sample) { return static_cast<float>(sample) / 32768.0F; });
+    return speech;
+}
+
+bool Add(const Options& options) {
+    const std::vector<float> speech = ReadSpeech(options);
     const int phases = std::stoi(options.at("--phases"));
     for (int phase = 0; phase < phases; ++phase) {
         WriteSamples(options.at("--out") + ".added." + std::to_string(phase + 1),
-                     WithHiss(played, rms, kLeadSeconds + phase * kFragmentMs / phases / 1000,
+                     WithHiss(speech, std::stod(options.at("--rms")),
+                              kLeadSeconds + phase * kFragmentMs / phases / 1000,
                               static_cast<unsigned>(phase)));
     }
+    return true;
+}
 
+bool Record(const Options& options) {
+    const std::vector<float> played = ReadSpeech(options);
+    const double rms = std::stod(options.at("--rms"));
+    const double seconds = static_cast<double>(played.size()) / 16000;
+    const int phases = std::stoi(options.at("--phases"));
     SoundServer server(ServerOf(options));
     server.AddSink("speaker", kRate, 2);
     server.AddMicrophone("mic", kRate, 2);
@@ -367,11 +379,9 @@ bool WriteHiss(const Options& options) {
 
 // Exit code 1 when --least is given and not reached, or a recorder got more or less than real time.
 int main(int argumentCount, char** arguments) {
-    const std::map<std::string, bool (*)(const Options&)> commands = {{"sums", MeasureSums},
-                                                                      {"drift", MeasureDrift},
-                                                                      {"record", Record},
-                                                                      {"cost", MeasureCost},
-                                                                      {"hiss", WriteHiss}};
+    const std::map<std::string, bool (*)(const Options&)> commands = {
+        {"sums", MeasureSums}, {"drift", MeasureDrift}, {"record", Record},
+        {"add", Add},          {"cost", MeasureCost},   {"hiss", WriteHiss}};
     Options options = {
         {"--server", "pulseaudio"}, {"--seconds", "5"}, {"--phases", "8"}, {"--ppm", "200"},
         {"--rms", "0.001"},         {"--speech", ""},   {"--out", ""},     {"--least", "0"}};
