@@ -112,14 +112,22 @@ ConfigPopup::~ConfigPopup() {
     langBList_.reset();
     micList_.reset();
     loopbackList_.reset();
-    // An answer that is still on its way finds no window; one that has come is taken out here.
+    DestroyWindow(hwnd_);
+}
+
+// Also when the owner's window takes this one with it. An answer that is still on its way finds no
+// window; one that has come is taken out here.
+void ConfigPopup::OnDestroy() const {
+    checkFlags_->checkCancelled = true;
     MSG waiting{};
-    while (hwnd_ != nullptr &&
-           PeekMessageW(&waiting, hwnd_, kMsgKeyStatus, kMsgKeyStatus, PM_REMOVE)) {
+    while (PeekMessageW(&waiting, hwnd_, kMsgKeyStatus, kMsgKeyStatus, PM_REMOVE) != FALSE) {
+        if (waiting.message == WM_QUIT) { // which comes whatever one asks for
+            PostQuitMessage(static_cast<int>(waiting.wParam));
+            return;
+        }
         const std::unique_ptr<KeyCheckResult> unread(
             reinterpret_cast<KeyCheckResult*>(waiting.lParam));
     }
-    DestroyWindow(hwnd_);
 }
 
 void ConfigPopup::RegisterWindowClass() const {
@@ -326,6 +334,9 @@ LRESULT ConfigPopup::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case WM_PAINT:
         PaintPopup();
+        return 0;
+    case WM_DESTROY:
+        OnDestroy();
         return 0;
     case WM_CLOSE:
         SaveToRegistry();

@@ -56,6 +56,7 @@ private:
     LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
     void RegisterWindowClass() const;
     void CreatePopup();
+    void OnDestroy() const;
     void BuildControls();
     void CreateFonts();
     void AddLanguages();
