@@ -8,8 +8,8 @@
 namespace {
 
 // Half the time from one packet to the next, which is 10 ms on most systems: one of the two sources
-// is always less than that behind the other. And a millisecond for what either comes late.
-constexpr DWORD kRoundPauseMs = 6;
+// is never more than that behind the other.
+constexpr DWORD kRoundPauseMs = 5;
 
 StreamParts PartsOf(CaptureStream& stream) {
     return {stream.device, stream.client, stream.capture, stream.event, stream.fmt, stream.isFloat};

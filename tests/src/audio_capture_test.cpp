@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <map>
@@ -418,15 +419,16 @@ private:
 
 TEST_F(MixedPhases, AreAddedWhateverTheyAre) {
     constexpr int kPhases = 10;
-    constexpr int kAttempts = 4; // a busy machine delays packets and rounds
     double sum = 0;
     for (int phase = 0; phase < kPhases; ++phase) {
-        double best = 0;
-        for (int attempt = 0; attempt < kAttempts && best < 0.97; ++attempt) {
-            best = std::max(best, PartAdded(std::chrono::milliseconds(phase)));
+        // The middle one of three: a busy machine delays packets and rounds now and then.
+        std::array<double, 3> parts{};
+        for (double& part : parts) {
+            part = PartAdded(std::chrono::milliseconds(phase));
         }
-        EXPECT_GE(best, 0.85) << phase << " ms apart";
-        sum += best;
+        std::sort(parts.begin(), parts.end());
+        EXPECT_GE(parts[1], 0.85) << phase << " ms apart";
+        sum += parts[1];
     }
     EXPECT_GE(sum / kPhases, 0.97);
 }
