@@ -1,6 +1,8 @@
 // Connecting, asking for the devices, and waiting with a limit.
 #include "audio/server_connection.h"
 
+#include "process/audio_priority.h"
+
 #include <algorithm>
 #include <mutex>
 #include <utility>
@@ -118,6 +120,12 @@ bool ServerConnection::Begin() {
         [](pa_context* /*context*/, pa_subscription_event_type_t /*event*/, std::uint32_t /*index*/,
            void* user) { static_cast<ServerConnection*>(user)->BeginAsking(); },
         this);
+    // An ordinary thread would be pushed aside by the first reader that it wakes, and on a busy
+    // machine be back for the next one when the mixing round is over.
+    pa_mainloop_api_once(
+        pa_threaded_mainloop_get_api(loop_.get()),
+        [](pa_mainloop_api* /*api*/, void* /*unused*/) { process::RaiseThreadForAudio(); },
+        nullptr);
     owesSince_ = Clock::now();
     ++roundsBegun_; // OnContextState asks
     // No server is started for us: that takes as long as it takes, inside the call.

@@ -1,4 +1,5 @@
 // Sleeping, timer resolution and multimedia scheduling.
+#include "process/audio_priority.h"
 #include "process/poll_pause.h"
 
 #include <avrt.h>
@@ -40,6 +41,12 @@ void Sleep(DWORD milliseconds) {
     }
 }
 
+bool process::RaiseThreadForAudio() {
+    sched_param raised{};
+    raised.sched_priority = sched_get_priority_min(SCHED_RR);
+    return pthread_setschedparam(pthread_self(), SCHED_RR | SCHED_RESET_ON_FORK, &raised) == 0;
+}
+
 // The kernel's timers are finer than any period that can be asked for here.
 MMRESULT timeBeginPeriod(UINT /*periodMs*/) {
     return TIMERR_NOERROR;
@@ -64,10 +71,7 @@ HANDLE AvSetMmThreadCharacteristicsW(LPCWSTR /*taskName*/, LPDWORD taskIndex) {
     if (pthread_getschedparam(pthread_self(), &former->policy, &former->parameters) != 0) {
         return nullptr;
     }
-    // The lowest real-time priority: ahead of every ordinary thread, behind the sound server's own.
-    sched_param raised{};
-    raised.sched_priority = sched_get_priority_min(SCHED_RR);
-    if (pthread_setschedparam(pthread_self(), SCHED_RR | SCHED_RESET_ON_FORK, &raised) != 0) {
+    if (!process::RaiseThreadForAudio()) {
         return nullptr;
     }
     if (taskIndex != nullptr) {
