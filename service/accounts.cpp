@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <initializer_list>
 #include <stdexcept>
+#include <system_error>
 #include <variant>
 
 namespace service {
@@ -79,6 +81,17 @@ constexpr const char* kSchema = "CREATE TABLE IF NOT EXISTS accounts("
 
 constexpr int kBusyTimeoutMs = 5000; // another process of this program is writing
 
+// SQLite gives its side files the mode of this one. Closed before SQLite opens it: closing any
+// descriptor of a file gives up all locks that the process has on it, and then the next process to
+// close the file takes itself for the last one and removes the log that is still written to.
+void MakeFile(const std::filesystem::path& file) {
+    const FileDescriptor made(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!made) {
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot open the accounts in " + file.string());
+    }
+}
+
 std::int64_t Flag(bool value) {
     return value ? 1 : 0;
 }
@@ -123,12 +136,7 @@ void Accounts::CloseDatabase::operator()(sqlite3* database) const {
 }
 
 Accounts::Accounts(const std::filesystem::path& file) {
-    // SQLite gives its side files the mode of this one.
-    const FileDescriptor made(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!made) {
-        throw std::runtime_error("cannot open the accounts in " + file.string());
-    }
-
+    MakeFile(file);
     sqlite3* database = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
     database_.reset(database);
