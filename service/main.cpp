@@ -8,11 +8,8 @@
 #include "random_token.h"
 #include "sessions.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -30,8 +27,6 @@ constexpr int kExitUsage = 2;
 constexpr auto kIdleSessionLimit = std::chrono::seconds(60);
 constexpr std::int64_t kDefaultDecoders = 4;
 constexpr std::int64_t kMostDecoders = 64;
-// Connections beyond one for each session: key checks, clients that have not hung up yet.
-constexpr std::size_t kSpareConnections = 32;
 
 constexpr std::string_view kHelp =
     R"(kelvarin-service: speech translation on this computer, from English into Spanish,
@@ -139,26 +134,16 @@ int Serve(const CommandLine& line) {
     DecoderPool pool(decoders);
     pool.Acquire(); // the first session need not wait, and a broken model shows now
     Sessions sessions(accounts, pool, kIdleSessionLimit);
-    HttpApi api(accounts, sessions, tls, 2 * decoders + kSpareConnections);
+    HttpApi api(accounts, sessions, tls, decoders);
     const int boundPort = api.Bind(address, static_cast<int>(port));
 
-    std::atomic<bool> failed = false;
-    std::jthread serving([&] {
-        if (api.Serve()) {
-            return;
-        }
-        failed = true;
-        ::kill(::getpid(), SIGTERM);
-    });
+    std::jthread serving([&] { api.Serve(); });
     std::cout << Listening(address, boundPort, tls.has_value()) << std::endl;
 
     int signal = 0;
     sigwait(&endSignals, &signal);
     api.Stop();
     serving.join();
-    if (failed) {
-        throw std::runtime_error("no more clients can be accepted");
-    }
     return EXIT_SUCCESS;
 }
 
