@@ -161,7 +161,7 @@ void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
 }
 
 HttpAnswer HttpApi::KeyStatus(const HttpRequest& request) {
-    const std::optional<Account> account = accounts_.Find(KeyInTarget(request.target));
+    const std::optional<Account> account = accounts_.Find(HashOf(KeyInTarget(request.target)));
     const Refusal refusal = RefusalOf(account);
     const Account shown = account.value_or(Account{});
     const auto seconds = [](std::int64_t ms) { return static_cast<double>(ms) / 1000.0; };

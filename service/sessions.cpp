@@ -22,7 +22,7 @@ Sessions::Sessions(Accounts& accounts, DecoderPool& decoders, std::chrono::milli
       reaper_([this](const std::stop_token& stop) { EndIdleSessions(stop); }) {}
 
 StartAnswer Sessions::Start(const std::string& key, const Conversation& conversation) {
-    const Refusal refusal = RefusalOf(accounts_.Find(key));
+    const Refusal refusal = RefusalOf(accounts_.Find(HashOf(key)));
     if (refusal != Refusal::None) {
         return {refusal, {}};
     }
@@ -45,7 +45,7 @@ StartAnswer Sessions::Start(const std::string& key, const Conversation& conversa
 
 ExchangeAnswer Sessions::Exchange(const std::string& id, const std::string& key,
                                   std::span<const std::int16_t> samples) {
-    const Refusal refusal = RefusalOf(accounts_.Find(key));
+    const Refusal refusal = RefusalOf(accounts_.Find(HashOf(key)));
     if (refusal != Refusal::None) {
         // The client says nothing more for a session after this answer.
         End(id, key, "ended with its key refused");
@@ -64,7 +64,7 @@ ExchangeAnswer Sessions::Exchange(const std::string& id, const std::string& key,
     }
     Bill(*live, samples.size());
     // The next exchange will be refused: what was said so far is still the user's.
-    if (RefusalOf(accounts_.Find(key)) == Refusal::QuotaExceeded) {
+    if (RefusalOf(accounts_.Find(HashOf(key))) == Refusal::QuotaExceeded) {
         std::ranges::move(live->session.Finish(), std::back_inserter(answer.captions));
     }
     return answer;
@@ -103,7 +103,8 @@ void Sessions::Bill(Live& live, std::size_t samples) {
     live.unbilledSamples += samples;
     const std::size_t ms = live.unbilledSamples / kSamplesPerMs;
     live.unbilledSamples %= kSamplesPerMs;
-    accounts_.Charge(live.key, static_cast<std::int64_t>(ms));
+    const Usage usage{HashOf(live.key), static_cast<std::int64_t>(ms)};
+    accounts_.Charge({&usage, 1});
 }
 
 void Sessions::EndIdleSessions(const std::stop_token& stop) {
