@@ -74,10 +74,10 @@ void ReturnToPool::operator()(Decoder* decoder) const {
     pool_->Return(decoder);
 }
 
-DecoderLease DecoderPool::Acquire() {
+DecoderLease DecoderPool::Acquire(std::chrono::milliseconds wait) {
     {
-        const std::lock_guard lock(mutex_);
-        if (inUse_ == capacity_) {
+        std::unique_lock lock(mutex_);
+        if (!returned_.wait_for(lock, wait, [this] { return inUse_ < capacity_; })) {
             return {};
         }
         ++inUse_;
@@ -101,6 +101,7 @@ void DecoderPool::Return(Decoder* decoder) {
     const std::lock_guard lock(mutex_);
     idle_.emplace_back(decoder);
     --inUse_;
+    returned_.notify_one();
 }
 
 } // namespace service

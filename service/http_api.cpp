@@ -1,7 +1,7 @@
 #include "http_api.h"
 
-#include "accounts.h"
 #include "base64.h"
+#include "ledger.h"
 #include "log.h"
 #include "request_fields.h"
 #include "sessions.h"
@@ -12,6 +12,8 @@
 #include <array>
 #include <cstdint>
 #include <exception>
+#include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -21,19 +23,25 @@ namespace {
 
 using Json = nlohmann::ordered_json; // clients rely on the documented order of keys
 
+// What is no word that clients know is answered as plain text, for people.
 struct RefusalAnswer {
     Refusal refusal;
     int status;
     const char* word;
+    const char* text;
 };
 
 constexpr std::array kRefusalAnswers = {
-    RefusalAnswer{Refusal::None, 200, ""},
-    RefusalAnswer{Refusal::KeyNotFound, 403, "key_not_found"},
-    RefusalAnswer{Refusal::KeyDisabled, 403, "key_disabled"},
-    RefusalAnswer{Refusal::QuotaExceeded, 403, "quota_exceeded"},
-    RefusalAnswer{Refusal::SessionNotFound, 404, "session_not_found"},
-    RefusalAnswer{Refusal::NoDecoderFree, 503, ""},
+    RefusalAnswer{Refusal::None, 200, "", nullptr},
+    RefusalAnswer{Refusal::KeyNotFound, 403, "key_not_found", nullptr},
+    RefusalAnswer{Refusal::KeyDisabled, 403, "key_disabled", nullptr},
+    RefusalAnswer{Refusal::QuotaExceeded, 403, "quota_exceeded", nullptr},
+    RefusalAnswer{Refusal::SessionNotFound, 404, "session_not_found", nullptr},
+    RefusalAnswer{Refusal::SessionBusy, 409, "", "The session is in another exchange."},
+    RefusalAnswer{Refusal::NoDecoderFree, 503, "", "All recognisers of this service are in use."},
+    RefusalAnswer{Refusal::CannotStore, 503, "",
+                  "The service cannot store what is used at the moment."},
+    RefusalAnswer{Refusal::Ending, 503, "", "The service is being stopped."},
 };
 
 const RefusalAnswer& AnswerFor(Refusal refusal) {
@@ -42,6 +50,13 @@ const RefusalAnswer& AnswerFor(Refusal refusal) {
 
 HttpAnswer Answer(const Json& body) {
     return {200, "application/json", body.dump(), {}};
+}
+
+// For a client in a session: its connection is kept.
+HttpAnswer AnswerFor(const std::string& sessionId, const Json& body) {
+    HttpAnswer answer = Answer(body);
+    answer.keptFor = sessionId;
+    return answer;
 }
 
 HttpAnswer AnswerPlainly(int status, const std::string& reason) {
@@ -53,8 +68,8 @@ HttpAnswer AnswerPlainly(int status, const std::string& reason) {
 
 HttpAnswer Refuse(Refusal refusal) {
     const RefusalAnswer& known = AnswerFor(refusal);
-    if (refusal == Refusal::NoDecoderFree) {
-        return AnswerPlainly(known.status, "All recognisers of this service are in use.");
+    if (known.text != nullptr) {
+        return AnswerPlainly(known.status, known.text);
     }
     HttpAnswer answer = Answer({{"detail", known.word}});
     answer.status = known.status;
@@ -116,16 +131,26 @@ HttpAnswer AnswerException(const std::exception_ptr& exception) {
     return answer;
 }
 
+// What throws has not replied.
+template <typename Operation>
+void ReplyOrExplain(const HttpServer::Reply& reply, Operation operation) {
+    try {
+        operation();
+    } catch (...) {
+        reply(AnswerException(std::current_exception()));
+    }
+}
+
 } // namespace
 
-HttpApi::HttpApi(Accounts& accounts, Sessions& sessions, const std::optional<TlsFiles>& tls,
+HttpApi::HttpApi(Ledger& ledger, Sessions& sessions, const std::optional<TlsFiles>& tls,
                  std::size_t sessionsAtOnce, const HttpLimits& limits)
-    : accounts_(accounts), sessions_(sessions),
+    : ledger_(ledger), sessions_(sessions),
       server_(tls, limits,
               [this](HttpRequest request, HttpServer::Reply reply) {
                   Route(std::move(request), std::move(reply));
               }),
-      desk_(1), starts_(1), exchanges_(sessionsAtOnce) {}
+      desk_(1), starts_(1), exchanges_(sessionsAtOnce), ahead_(1) {}
 
 struct HttpApi::Entry {
     std::string_view method;
@@ -152,30 +177,26 @@ void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
     (this->*entry->lane)
         .Post([this, operation = entry->operation, request = std::move(request),
                reply = std::move(reply)] {
-            try {
-                reply((this->*operation)(request));
-            } catch (...) {
-                reply(AnswerException(std::current_exception()));
-            }
+            ReplyOrExplain(reply, [&] { (this->*operation)(request, reply); });
         });
 }
 
-HttpAnswer HttpApi::KeyStatus(const HttpRequest& request) {
-    const std::optional<Account> account = accounts_.Find(HashOf(KeyInTarget(request.target)));
+void HttpApi::KeyStatus(const HttpRequest& request, const HttpServer::Reply& reply) {
+    const std::optional<Account> account = ledger_.Find(HashOf(KeyInTarget(request.target)));
     const Refusal refusal = RefusalOf(account);
     const Account shown = account.value_or(Account{});
     const auto seconds = [](std::int64_t ms) { return static_cast<double>(ms) / 1000.0; };
-    return Answer({{"valid", refusal == Refusal::None},
-                   {"reason", AnswerFor(refusal).word},
-                   {"unlimited", shown.unlimited},
-                   {"remaining_seconds", seconds(shown.RemainingMs())},
-                   {"total_used_seconds", seconds(shown.usedMs)},
-                   {"initial_seconds", seconds(shown.initialMs)}});
+    reply(Answer({{"valid", refusal == Refusal::None},
+                  {"reason", AnswerFor(refusal).word},
+                  {"unlimited", shown.unlimited},
+                  {"remaining_seconds", seconds(shown.RemainingMs())},
+                  {"total_used_seconds", seconds(shown.usedMs)},
+                  {"initial_seconds", seconds(shown.initialMs)}}));
 }
 
-HttpAnswer HttpApi::SessionStart(const HttpRequest& request) {
+void HttpApi::SessionStart(const HttpRequest& request, const HttpServer::Reply& reply) {
     const RequestFields body(request.body);
-    const std::string key = body.Text("access_key");
+    const KeyHash key = HashOf(body.Text("access_key"));
     const auto conversation = AgreeOn({body.Text("lang_a"), body.Text("lang_a_tgt")},
                                       {body.Text("lang_b"), body.Text("lang_b_tgt")});
     if (!conversation) {
@@ -184,32 +205,50 @@ HttpAnswer HttpApi::SessionStart(const HttpRequest& request) {
     }
     const StartAnswer answer = sessions_.Start(key, *conversation);
     if (answer.refusal != Refusal::None) {
-        return Refuse(answer.refusal);
+        return reply(Refuse(answer.refusal));
     }
-    return Answer({{"session_id", answer.sessionId}});
+    reply(AnswerFor(answer.sessionId, {{"session_id", answer.sessionId}}));
 }
 
-HttpAnswer HttpApi::SessionExchange(const HttpRequest& request) {
+void HttpApi::SessionExchange(const HttpRequest& request, const HttpServer::Reply& reply) {
+    struct Work {
+        std::string id;
+        std::vector<std::int16_t> samples;
+        Sessions::Turn turn;
+    };
     const RequestFields body(request.body);
-    const ExchangeAnswer answer = sessions_.Exchange(
-        body.Text("session_id"), body.Text("access_key"), Samples(body.Text("audio_b64")));
-    if (answer.refusal != Refusal::None) {
-        return Refuse(answer.refusal);
+    const KeyHash key = HashOf(body.Text("access_key"));
+    // Shared, as what is posted can be copied.
+    const auto work = std::make_shared<Work>(
+        Work{body.Text("session_id"), Samples(body.Text("audio_b64")), Sessions::Turn()});
+    work->turn = sessions_.TakeTurn(work->id, key);
+    if (work->turn.Refused() != Refusal::None) {
+        return reply(Refuse(work->turn.Refused()));
     }
-    Json captions = Json::array();
-    for (const Caption& caption : answer.captions) {
-        captions.push_back(CaptionJson(caption, answer.languages));
+
+    const auto exchange = [this, work, reply] {
+        const ExchangeAnswer answer = sessions_.Exchange(work->turn, work->samples);
+        work->turn = Sessions::Turn(); // before the client can send its next request
+        if (answer.refusal != Refusal::None) {
+            return reply(Refuse(answer.refusal));
+        }
+        Json captions = Json::array();
+        for (const Caption& caption : answer.captions) {
+            captions.push_back(CaptionJson(caption, answer.languages));
+        }
+        reply(AnswerFor(work->id, captions));
+    };
+    if (!sessions_.GoesAheadOfTime(work->turn, work->samples.size())) {
+        return exchange();
     }
-    return Answer(captions);
+    ahead_.Post([exchange, reply] { ReplyOrExplain(reply, exchange); });
 }
 
-HttpAnswer HttpApi::SessionStop(const HttpRequest& request) {
+void HttpApi::SessionStop(const HttpRequest& request, const HttpServer::Reply& reply) {
     const RequestFields body(request.body);
-    const Refusal refusal = sessions_.Stop(body.Text("session_id"), body.Text("access_key"));
-    if (refusal != Refusal::None) {
-        return Refuse(refusal);
-    }
-    return Answer(Json::object());
+    const Refusal refusal =
+        sessions_.Stop(body.Text("session_id"), HashOf(body.Text("access_key")));
+    reply(refusal == Refusal::None ? Answer(Json::object()) : Refuse(refusal));
 }
 
 } // namespace service

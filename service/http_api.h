@@ -11,14 +11,14 @@
 
 namespace service {
 
-class Accounts;
+class Ledger;
 class Sessions;
 
 class HttpApi {
 public:
     // The rooms outlive this one. `sessionsAtOnce` is how many exchanges are worked on at the same
     // time. Throws when the TLS files cannot be used.
-    HttpApi(Accounts& accounts, Sessions& sessions, const std::optional<TlsFiles>& tls,
+    HttpApi(Ledger& ledger, Sessions& sessions, const std::optional<TlsFiles>& tls,
             std::size_t sessionsAtOnce, const HttpLimits& limits = {});
     HttpApi(const HttpApi&) = delete;
     HttpApi& operator=(const HttpApi&) = delete;
@@ -31,28 +31,31 @@ public:
     // Serves on this thread until `Stop`.
     void Serve() { server_.Serve(); }
 
-    // From any thread; cuts all connections.
-    void Stop() { server_.Stop(); }
+    // The operations below are for any thread.
+    void StopAccepting() { server_.StopAccepting(); }
+    void Stop() { server_.Stop(); } // answers what has been asked, and cuts all connections
 
 private:
-    using Operation = HttpAnswer (HttpApi::*)(const HttpRequest& request);
+    using Operation = void (HttpApi::*)(const HttpRequest& request, const HttpServer::Reply& reply);
     struct Entry;
 
     void Route(HttpRequest request, HttpServer::Reply reply);
 
-    HttpAnswer KeyStatus(const HttpRequest& request);
-    HttpAnswer SessionStart(const HttpRequest& request);
-    HttpAnswer SessionExchange(const HttpRequest& request);
-    HttpAnswer SessionStop(const HttpRequest& request);
+    // Each replies once, or throws.
+    void KeyStatus(const HttpRequest& request, const HttpServer::Reply& reply);
+    void SessionStart(const HttpRequest& request, const HttpServer::Reply& reply);
+    void SessionExchange(const HttpRequest& request, const HttpServer::Reply& reply);
+    void SessionStop(const HttpRequest& request, const HttpServer::Reply& reply);
 
-    Accounts& accounts_;
+    Ledger& ledger_;
     Sessions& sessions_;
     HttpServer server_;
-    // Lanes, so that none of these waits behind another: what costs nothing, loading a decoder, and
-    // decoding.
+    // Lanes, so that none of these waits behind another: what costs nothing, loading a decoder,
+    // decoding as people speak, and decoding of audio that comes faster than anybody speaks.
     WorkQueue desk_;
     WorkQueue starts_;
     WorkQueue exchanges_;
+    WorkQueue ahead_;
 };
 
 } // namespace service

@@ -42,6 +42,8 @@ constexpr std::size_t kReadSize = std::size_t{8} * 1024; // bytes at a time
 // connection would be reset, and the answer lost with it.
 constexpr auto kLinger = 2s;
 constexpr auto kSweepEvery = 200ms;
+constexpr auto kLastAnswers = 1s;
+constexpr auto kOwingEvery = 5ms;
 constexpr auto kAcceptAgainAfter = 200ms;
 constexpr auto kSameLogEvery = 60s;
 
@@ -247,6 +249,7 @@ public:
     const std::string& Neighbour() const { return neighbour_; }
     Clock::time_point Deadline() const { return deadline_; }
     Clock::time_point LastAnswer() const { return lastAnswer_; }
+    bool OwesAnswer() const { return working_ || !wire_.empty(); }
     bool CanMakeRoom() const { return !working_ && !kept_; }
 
 private:
@@ -460,7 +463,13 @@ public:
         acceptor_.close(ignored);
     }
 
-    void Stop() { io_.stop(); }
+    void Stop() {
+        asio::post(io_, [this] {
+            Error ignored;
+            acceptor_.close(ignored);
+            StopWhenAnswered(Clock::now() + kLastAnswers);
+        });
+    }
 
     void StopAccepting() {
         asio::post(io_, [this] {
@@ -478,6 +487,16 @@ public:
     HttpFigures Figures() const { return {requests_, refused_, closed_, open_}; }
 
 private:
+    void StopWhenAnswered(Clock::time_point latest) {
+        const bool owing = std::ranges::any_of(
+            connections_, [](const auto& connection) { return connection->OwesAnswer(); });
+        if (!owing || Clock::now() >= latest) {
+            return io_.stop();
+        }
+        sweep_.expires_after(kOwingEvery); // in the place of what it swept
+        sweep_.async_wait([this, latest](const Error&) { StopWhenAnswered(latest); });
+    }
+
     void Accept() {
         acceptor_.async_accept([this](const Error& error, tcp::socket socket) {
             if (error == asio::error::operation_aborted) {

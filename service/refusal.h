@@ -10,7 +10,10 @@ enum class Refusal {
     KeyDisabled,
     QuotaExceeded,
     SessionNotFound,
+    SessionBusy, // it is in another exchange
     NoDecoderFree,
+    CannotStore, // what would be used
+    Ending,      // the service is being stopped
 };
 
 } // namespace service

@@ -5,6 +5,7 @@
 #include "data_folder.h"
 #include "decoder_pool.h"
 #include "http_api.h"
+#include "ledger.h"
 #include "log.h"
 #include "sessions.h"
 
@@ -22,7 +23,9 @@
 namespace service {
 namespace {
 
-constexpr auto kIdleSessionLimit = std::chrono::seconds(60);
+// Storing is tried again each second, so there is no need to wait for long.
+constexpr auto kStorePatience = std::chrono::milliseconds(500);
+constexpr auto kLastSentences = std::chrono::seconds(2);
 constexpr std::int64_t kDefaultDecoders = 4;
 constexpr std::int64_t kMostDecoders = 64;
 
@@ -74,11 +77,12 @@ int Serve(const CommandLine& line) {
     pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
     std::signal(SIGPIPE, SIG_IGN); // a client that hung up is no reason to die
 
-    Accounts accounts(AccountsFile(line));
+    Accounts accounts(AccountsFile(line), kStorePatience);
     DecoderPool pool(decoders);
     pool.Acquire(); // the first session need not wait, and a broken model shows now
-    Sessions sessions(accounts, pool, kIdleSessionLimit);
-    HttpApi api(accounts, sessions, tls, decoders);
+    Ledger ledger(accounts);
+    Sessions sessions(ledger, pool);
+    HttpApi api(ledger, sessions, tls, decoders);
     const int boundPort = api.Bind(address, static_cast<int>(port));
 
     std::jthread serving([&] { api.Serve(); });
@@ -86,6 +90,8 @@ int Serve(const CommandLine& line) {
 
     int signal = 0;
     sigwait(&endSignals, &signal);
+    api.StopAccepting();
+    sessions.EndAll(kLastSentences);
     api.Stop();
     serving.join();
     return EXIT_SUCCESS;

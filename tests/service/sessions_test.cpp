@@ -1,0 +1,152 @@
+// Who may have sessions, how many and for how long.
+#include "sessions.h"
+
+#include "recorded_speech.h"
+#include "scratch_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace service {
+namespace {
+
+using namespace std::chrono_literals;
+
+const KeyHash kAnnas = HashOf("anna");
+const KeyHash kBens = HashOf("ben");
+const Conversation kLanguages{"en-US", "es-ES", "es"};
+
+class SessionsTest : public testing::Test {
+protected:
+    void Open(std::size_t decoders, const SessionLimits& limits = {}) {
+        pool_.emplace(decoders);
+        for (std::vector<DecoderLease> loaded; loaded.size() < decoders;) {
+            loaded.push_back(pool_->Acquire()); // so that no start takes time
+        }
+        sessions_.emplace(ledger_, *pool_, limits);
+    }
+
+    void Add(const KeyHash& key, std::int64_t quotaMs, std::int64_t sessions = 2) {
+        Account account;
+        account.unlimited = quotaMs == 0;
+        account.initialMs = quotaMs;
+        account.sessions = sessions;
+        accounts_.Add(key, account);
+    }
+
+    std::string Start(const KeyHash& key) {
+        const StartAnswer answer = sessions_->Start(key, kLanguages);
+        EXPECT_EQ(answer.refusal, Refusal::None);
+        return answer.sessionId;
+    }
+
+    ExchangeAnswer Exchange(const std::string& id, const KeyHash& key,
+                            std::span<const std::int16_t> samples = {}) {
+        const Sessions::Turn turn = sessions_->TakeTurn(id, key);
+        return turn.Refused() == Refusal::None ? sessions_->Exchange(turn, samples)
+                                               : ExchangeAnswer{turn.Refused(), {}, {}};
+    }
+
+    const ScratchFolder folder_;
+    Accounts accounts_{folder_ / "accounts.db"};
+    Ledger ledger_{accounts_};
+    std::optional<DecoderPool> pool_;
+    std::optional<Sessions> sessions_;
+    const std::vector<std::int16_t> silence_ = std::vector<std::int16_t>(1600);
+};
+
+TEST_F(SessionsTest, AKeyThatHasItsNumberLosesItsLongestSilentSessionAndNoOther) {
+    Open(3);
+    Add(kAnnas, 0);
+    Add(kBens, 0, 1);
+    const std::string bens = Start(kBens);
+    const std::string first = Start(kAnnas);
+    const std::string second = Start(kAnnas);
+    Exchange(first, kAnnas, silence_);
+    const std::string third = Start(kAnnas); // all decoders were in use
+    EXPECT_EQ(Exchange(first, kAnnas).refusal, Refusal::None);
+    EXPECT_EQ(Exchange(second, kAnnas).refusal, Refusal::SessionNotFound);
+    EXPECT_EQ(Exchange(third, kAnnas).refusal, Refusal::None);
+    EXPECT_EQ(Exchange(bens, kBens).refusal, Refusal::None);
+    Start(kBens);
+    EXPECT_EQ(Exchange(bens, kBens).refusal, Refusal::SessionNotFound);
+    EXPECT_EQ(sessions_->Count(), 3U);
+}
+
+TEST_F(SessionsTest, ASessionWithoutAudioEndsHoweverManyRequestsItMakes) {
+    SessionLimits limits;
+    limits.withoutRequest = 200ms; // how often it is looked, too
+    limits.withoutAudio = 300ms;
+    Open(2, limits);
+    Add(kAnnas, 0);
+    const auto begun = std::chrono::steady_clock::now();
+    const std::string silent = Start(kAnnas);
+    const std::string speaking = Start(kAnnas);
+    while (Exchange(silent, kAnnas).refusal == Refusal::None) {
+        ASSERT_LT(std::chrono::steady_clock::now() - begun, 10s);
+        ASSERT_EQ(Exchange(speaking, kAnnas, std::span(silence_).first(16)).refusal, Refusal::None);
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, 300ms);
+    EXPECT_EQ(Exchange(speaking, kAnnas).refusal, Refusal::None);
+}
+
+TEST_F(SessionsTest, OneExchangeAtATime) {
+    Open(1);
+    Add(kAnnas, 0);
+    const std::string id = Start(kAnnas);
+    {
+        const Sessions::Turn turn = sessions_->TakeTurn(id, kAnnas);
+        EXPECT_EQ(turn.Refused(), Refusal::None);
+        EXPECT_EQ(sessions_->TakeTurn(id, kAnnas).Refused(), Refusal::SessionBusy);
+        EXPECT_EQ(sessions_->TakeTurn(id, kAnnas).Refused(), Refusal::SessionBusy)
+            << "a refused one gave the turn back";
+    }
+    EXPECT_EQ(sessions_->TakeTurn(id, kAnnas).Refused(), Refusal::None);
+}
+
+TEST_F(SessionsTest, MoreAudioThanTimeHasPassedGoesBehindOthers) {
+    Open(1);
+    Add(kAnnas, 0);
+    const std::string id = Start(kAnnas);
+    const auto ahead = [&](std::size_t samples) {
+        return sessions_->GoesAheadOfTime(sessions_->TakeTurn(id, kAnnas), samples);
+    };
+    EXPECT_FALSE(ahead(16'384)) << "a full slice after a hiccup";
+    EXPECT_TRUE(ahead(16'384));
+    EXPECT_TRUE(ahead(0));
+}
+
+TEST_F(SessionsTest, TheQuotaIsTheKeysForAllOfItsSessionsTogether) {
+    Open(2);
+    Add(kAnnas, 150);
+    const std::string first = Start(kAnnas);
+    const std::string second = Start(kAnnas);
+    EXPECT_EQ(Exchange(first, kAnnas, silence_).refusal, Refusal::None);  // 100 ms
+    EXPECT_EQ(Exchange(second, kAnnas, silence_).refusal, Refusal::None); // 50 of 100
+    EXPECT_EQ(ledger_.Find(kAnnas)->usedMs, 150);
+    EXPECT_EQ(Exchange(first, kAnnas).refusal, Refusal::QuotaExceeded);
+    EXPECT_EQ(Exchange(second, kAnnas, silence_).refusal, Refusal::QuotaExceeded);
+    EXPECT_EQ(sessions_->Count(), 0U);
+}
+
+TEST_F(SessionsTest, TheEndHandsOutTheSentenceInHand) {
+    Open(2);
+    Add(kAnnas, 0);
+    const std::string id = Start(kAnnas);
+    Start(kAnnas); // its client is gone
+    const std::vector<Recording> recordings = Recordings();
+    Exchange(id, kAnnas, std::span(recordings[0].samples).first(16'000 * 3 / 2));
+    std::jthread ending([&] { sessions_->EndAll(300ms); });
+    ExchangeAnswer last;
+    while (last.captions.empty() || !last.captions.back().isFinal) {
+        last = Exchange(id, kAnnas);
+        ASSERT_EQ(last.refusal, Refusal::None);
+    }
+    EXPECT_FALSE(last.captions.back().original.empty());
+    EXPECT_EQ(Exchange(id, kAnnas).refusal, Refusal::SessionNotFound);
+    EXPECT_EQ(sessions_->Start(kAnnas, kLanguages).refusal, Refusal::Ending);
+}
+
+} // namespace
+} // namespace service
