@@ -39,6 +39,8 @@ constexpr std::array kRefusalAnswers = {
     RefusalAnswer{Refusal::SessionNotFound, 404, "session_not_found", nullptr},
     RefusalAnswer{Refusal::SessionBusy, 409, "", "The session is in another exchange."},
     RefusalAnswer{Refusal::NoDecoderFree, 503, "", "All recognisers of this service are in use."},
+    RefusalAnswer{Refusal::Overloaded, 503, "",
+                  "This service has as much to do as its computer can."},
     RefusalAnswer{Refusal::CannotStore, 503, "",
                   "The service cannot store what is used at the moment."},
     RefusalAnswer{Refusal::Ending, 503, "", "The service is being stopped."},

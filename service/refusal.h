@@ -12,6 +12,7 @@ enum class Refusal {
     SessionNotFound,
     SessionBusy, // it is in another exchange
     NoDecoderFree,
+    Overloaded,  // exchanges take longer than their audio
     CannotStore, // what would be used
     Ending,      // the service is being stopped
 };

@@ -2,6 +2,7 @@
 
 #include "accounts.h"
 #include "certificate.h"
+#include "chain_pool.h"
 #include "data_folder.h"
 #include "decoder_pool.h"
 #include "http_api.h"
@@ -81,7 +82,8 @@ int Serve(const CommandLine& line) {
     DecoderPool pool(decoders);
     pool.Acquire(); // the first session need not wait, and a broken model shows now
     Ledger ledger(accounts);
-    Sessions sessions(ledger, pool);
+    ChainPool chains;
+    Sessions sessions(ledger, pool, chains);
     HttpApi api(ledger, sessions, tls, decoders);
     const int boundPort = api.Bind(address, static_cast<int>(port));
 

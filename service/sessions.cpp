@@ -28,8 +28,8 @@ std::string ShortName(const std::string& id) {
 } // namespace
 
 struct Sessions::Live {
-    Live(KeyHash owner, DecoderLease decoder, const Conversation& conversation)
-        : key(std::move(owner)), session(std::move(decoder), conversation) {}
+    Live(KeyHash owner, DecoderLease decoder, const Conversation& conversation, ChainPool& chains)
+        : key(std::move(owner)), session(std::move(decoder), conversation, chains) {}
 
     const KeyHash key;
     std::atomic<bool> busy = false; // taken by a turn
@@ -50,6 +50,8 @@ Sessions::Turn& Sessions::Turn::operator=(Turn&& other) noexcept {
     std::swap(id_, other.id_);
     std::swap(live_, other.live_);
     std::swap(refusal_, other.refusal_);
+    std::swap(taken_, other.taken_);
+    std::swap(ahead_, other.ahead_);
     return *this;
 }
 
@@ -59,8 +61,9 @@ Sessions::Turn::~Turn() {
     }
 }
 
-Sessions::Sessions(Ledger& ledger, DecoderPool& decoders, const SessionLimits& limits)
-    : ledger_(ledger), decoders_(decoders), limits_(limits),
+Sessions::Sessions(Ledger& ledger, DecoderPool& decoders, ChainPool& chains,
+                   const SessionLimits& limits)
+    : ledger_(ledger), decoders_(decoders), chains_(chains), limits_(limits),
       reaper_([this](const std::stop_token& stop) { EndIdleSessions(stop); }) {}
 
 Sessions::~Sessions() = default;
@@ -78,13 +81,17 @@ StartAnswer Sessions::Start(const KeyHash& key, const Conversation& conversation
         return {Refusal::CannotStore, {}};
     }
 
+    if (load_.IsTooHigh(Clock::now())) {
+        return {Refusal::Overloaded, {}};
+    }
+
     const std::lock_guard starting(starting_);
     const bool endedOne = EndSilentOf(key, account->sessions);
     DecoderLease decoder = decoders_.Acquire(endedOne ? kDecoderWait : 0s);
     if (!decoder) {
         return {Refusal::NoDecoderFree, {}};
     }
-    auto live = std::make_shared<Live>(key, std::move(decoder), conversation);
+    auto live = std::make_shared<Live>(key, std::move(decoder), conversation, chains_);
     std::string id = RandomToken();
     {
         const std::lock_guard lock(mutex_);
@@ -138,14 +145,15 @@ Sessions::Turn Sessions::TakeTurn(const std::string& id, const KeyHash& key) {
     return Turn(id, found->second);
 }
 
-bool Sessions::GoesAheadOfTime(const Turn& turn, std::size_t samples) {
+bool Sessions::GoesAheadOfTime(Turn& turn, std::size_t samples) {
     const std::lock_guard lock(mutex_);
     Live& live = *turn.live_;
     const auto now = Clock::now();
     const std::chrono::duration<double> passed = now - std::exchange(live.measured, now);
     live.secondsAhead = std::max(0.0, live.secondsAhead - kCatchUp * passed.count()) +
                         static_cast<double>(samples) / kSampleRate;
-    return live.secondsAhead > kSliceSeconds;
+    turn.ahead_ = live.secondsAhead > kSliceSeconds;
+    return turn.ahead_;
 }
 
 ExchangeAnswer Sessions::Exchange(const Turn& turn, std::span<const std::int16_t> samples) {
@@ -165,6 +173,11 @@ ExchangeAnswer Sessions::Exchange(const Turn& turn, std::span<const std::int16_t
     if (granted > 0) {
         const std::lock_guard lock(mutex_);
         live.lastRequest = live.lastAudio = Clock::now();
+    }
+    if (granted > 0 && !turn.ahead_) {
+        const std::chrono::duration<double> audio(static_cast<double>(granted) / kSampleRate);
+        const auto now = Clock::now();
+        load_.Note(std::chrono::duration_cast<Load::Duration>(audio), now - turn.taken_, now);
     }
     // The next exchange will be refused: what was said so far is still the user's.
     if (ending_ || granted < samples.size()) {

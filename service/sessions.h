@@ -4,6 +4,7 @@
 
 #include "decoder_pool.h"
 #include "ledger.h"
+#include "load.h"
 #include "refusal.h"
 #include "session.h"
 
@@ -63,10 +64,13 @@ public:
         std::string id_;
         std::shared_ptr<Live> live_;
         Refusal refusal_ = Refusal::SessionNotFound;
+        std::chrono::steady_clock::time_point taken_ = std::chrono::steady_clock::now();
+        bool ahead_ = false; // waits behind others, which is no sign of load
     };
 
-    // Both rooms outlive this one.
-    Sessions(Ledger& ledger, DecoderPool& decoders, const SessionLimits& limits = {});
+    // The rooms outlive this one.
+    Sessions(Ledger& ledger, DecoderPool& decoders, ChainPool& chains,
+             const SessionLimits& limits = {});
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
     ~Sessions();
@@ -78,7 +82,7 @@ public:
 
     // With these samples the session has brought more audio than time has passed, so that others go
     // first. To be asked once for each turn.
-    bool GoesAheadOfTime(const Turn& turn, std::size_t samples);
+    bool GoesAheadOfTime(Turn& turn, std::size_t samples);
 
     // A turn that can be used. Of more audio than the key has left, the rest is not heard, and what
     // was said so far comes as a final.
@@ -102,7 +106,9 @@ private:
 
     Ledger& ledger_;
     DecoderPool& decoders_;
+    ChainPool& chains_;
     const SessionLimits limits_;
+    Load load_;
 
     std::mutex starting_;      // held for a whole start, so that no two count the same sessions
     mutable std::mutex mutex_; // guards live_ and the times in it; never held while a session is

@@ -53,7 +53,7 @@ protected:
         ledger_.emplace(*accounts_);
         SessionLimits limits;
         limits.withoutRequest = idleLimit;
-        sessions_.emplace(*ledger_, *pool_, limits);
+        sessions_.emplace(*ledger_, *pool_, chains_, limits);
         api_.emplace(*ledger_, *sessions_, std::nullopt, 8);
         port_ = api_->Bind("127.0.0.1", 0);
         serving_ = std::jthread([this] { api_->Serve(); });
@@ -125,6 +125,7 @@ protected:
 
     const ScratchFolder folder_;
     std::optional<Accounts> accounts_;
+    ChainPool chains_;
     std::optional<Ledger> ledger_;
     std::optional<DecoderPool> pool_;
     std::optional<Sessions> sessions_;

@@ -24,7 +24,7 @@ protected:
         for (std::vector<DecoderLease> loaded; loaded.size() < decoders;) {
             loaded.push_back(pool_->Acquire()); // so that no start takes time
         }
-        sessions_.emplace(ledger_, *pool_, limits);
+        sessions_.emplace(ledger_, *pool_, chains_, limits);
     }
 
     void Add(const KeyHash& key, std::int64_t quotaMs, std::int64_t sessions = 2) {
@@ -51,6 +51,7 @@ protected:
     const ScratchFolder folder_;
     Accounts accounts_{folder_ / "accounts.db"};
     Ledger ledger_{accounts_};
+    ChainPool chains_;
     std::optional<DecoderPool> pool_;
     std::optional<Sessions> sessions_;
     const std::vector<std::int16_t> silence_ = std::vector<std::int16_t>(1600);
@@ -110,11 +111,28 @@ TEST_F(SessionsTest, MoreAudioThanTimeHasPassedGoesBehindOthers) {
     Add(kAnnas, 0);
     const std::string id = Start(kAnnas);
     const auto ahead = [&](std::size_t samples) {
-        return sessions_->GoesAheadOfTime(sessions_->TakeTurn(id, kAnnas), samples);
+        Sessions::Turn turn = sessions_->TakeTurn(id, kAnnas);
+        return sessions_->GoesAheadOfTime(turn, samples);
     };
     EXPECT_FALSE(ahead(16'384)) << "a full slice after a hiccup";
     EXPECT_TRUE(ahead(16'384));
     EXPECT_TRUE(ahead(0));
+}
+
+TEST(LoadTest, ItIsTooHighWhileExchangesTakeLongerThanTheirAudio) {
+    Load load;
+    const Load::Time start{1h};
+    load.Note(10ms, 200ms, start); // nobody notices
+    load.Note(1s, 900ms, start);
+    EXPECT_FALSE(load.IsTooHigh(start));
+    load.Note(1s, 1100ms, start + 1s);
+    EXPECT_TRUE(load.IsTooHigh(start + 1s));
+    EXPECT_EQ(load.Longest(start + 1s), 1100ms);
+    for (int second = 2; second < 6; ++second) {
+        load.Note(5s, 10ms, start + std::chrono::seconds(second));
+    }
+    EXPECT_FALSE(load.IsTooHigh(start + 6s));
+    EXPECT_FALSE(load.IsTooHigh(start + 1h)) << "nobody speaks any more";
 }
 
 TEST_F(SessionsTest, TheQuotaIsTheKeysForAllOfItsSessionsTogether) {
@@ -138,11 +156,13 @@ TEST_F(SessionsTest, TheEndHandsOutTheSentenceInHand) {
     const std::vector<Recording> recordings = Recordings();
     Exchange(id, kAnnas, std::span(recordings[0].samples).first(16'000 * 3 / 2));
     std::jthread ending([&] { sessions_->EndAll(300ms); });
-    ExchangeAnswer last;
-    while (last.captions.empty() || !last.captions.back().isFinal) {
-        last = Exchange(id, kAnnas);
-        ASSERT_EQ(last.refusal, Refusal::None);
+    Add(kBens, 0);
+    while (sessions_->Start(kBens, kLanguages).refusal == Refusal::NoDecoderFree) {
+        std::this_thread::yield(); // until it has begun
     }
+    const ExchangeAnswer last = Exchange(id, kAnnas);
+    ASSERT_FALSE(last.captions.empty());
+    EXPECT_TRUE(last.captions.back().isFinal);
     EXPECT_FALSE(last.captions.back().original.empty());
     EXPECT_EQ(Exchange(id, kAnnas).refusal, Refusal::SessionNotFound);
     EXPECT_EQ(sessions_->Start(kAnnas, kLanguages).refusal, Refusal::Ending);
