@@ -61,14 +61,15 @@ public:
     // cannot be loaded.
     DecoderLease Acquire(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
-    std::size_t Capacity() const { return capacity_; }
+    // Of fewer than are in use, those who have one keep it.
+    void SetCapacity(std::size_t capacity);
 
 private:
     friend class ReturnToPool;
     void Return(Decoder* decoder);
 
-    const std::size_t capacity_;
-    std::mutex mutex_; // guards idle_ and inUse_; never held while a decoder loads
+    std::mutex mutex_; // guards what follows; never held while a decoder loads
+    std::size_t capacity_;
     std::vector<std::unique_ptr<Decoder>> idle_;
     std::size_t inUse_ = 0;
     std::condition_variable returned_;

@@ -29,22 +29,24 @@ struct RefusalAnswer {
     int status;
     const char* word;
     const char* text;
+    const char* reason; // in the metrics
 };
 
-constexpr std::array kRefusalAnswers = {
-    RefusalAnswer{Refusal::None, 200, "", nullptr},
-    RefusalAnswer{Refusal::KeyNotFound, 403, "key_not_found", nullptr},
-    RefusalAnswer{Refusal::KeyDisabled, 403, "key_disabled", nullptr},
-    RefusalAnswer{Refusal::QuotaExceeded, 403, "quota_exceeded", nullptr},
-    RefusalAnswer{Refusal::SessionNotFound, 404, "session_not_found", nullptr},
-    RefusalAnswer{Refusal::SessionBusy, 409, "", "The session is in another exchange."},
-    RefusalAnswer{Refusal::NoDecoderFree, 503, "", "All recognisers of this service are in use."},
-    RefusalAnswer{Refusal::Overloaded, 503, "",
-                  "This service has as much to do as its computer can."},
-    RefusalAnswer{Refusal::CannotStore, 503, "",
-                  "The service cannot store what is used at the moment."},
-    RefusalAnswer{Refusal::Ending, 503, "", "The service is being stopped."},
-};
+constexpr std::array<RefusalAnswer, kRefusals> kRefusalAnswers = {{
+    {Refusal::None, 200, "", nullptr, "none"},
+    {Refusal::KeyNotFound, 403, "key_not_found", nullptr, "key_not_found"},
+    {Refusal::KeyDisabled, 403, "key_disabled", nullptr, "key_disabled"},
+    {Refusal::QuotaExceeded, 403, "quota_exceeded", nullptr, "quota_exceeded"},
+    {Refusal::SessionNotFound, 404, "session_not_found", nullptr, "session_not_found"},
+    {Refusal::SessionBusy, 409, "", "The session is in another exchange.", "session_busy"},
+    {Refusal::NoDecoderFree, 503, "", "All recognisers of this service are in use.",
+     "no_decoder_free"},
+    {Refusal::Overloaded, 503, "", "This service has as much to do as its computer can.",
+     "overloaded"},
+    {Refusal::CannotStore, 503, "", "The service cannot store what is used at the moment.",
+     "cannot_store"},
+    {Refusal::Ending, 503, "", "The service is being stopped.", "ending"},
+}};
 
 const RefusalAnswer& AnswerFor(Refusal refusal) {
     return *std::ranges::find(kRefusalAnswers, refusal, &RefusalAnswer::refusal);
@@ -65,16 +67,6 @@ HttpAnswer AnswerPlainly(int status, const std::string& reason) {
     HttpAnswer answer;
     answer.status = status;
     answer.body = reason;
-    return answer;
-}
-
-HttpAnswer Refuse(Refusal refusal) {
-    const RefusalAnswer& known = AnswerFor(refusal);
-    if (known.text != nullptr) {
-        return AnswerPlainly(known.status, known.text);
-    }
-    HttpAnswer answer = Answer({{"detail", known.word}});
-    answer.status = known.status;
     return answer;
 }
 
@@ -183,9 +175,36 @@ void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
         });
 }
 
+std::vector<RefusalCount> HttpApi::Refusals() const {
+    std::vector<RefusalCount> counts;
+    for (std::size_t i = 1; i < refusals_.size(); ++i) {
+        counts.push_back({kRefusalAnswers[i].reason, refusals_[i]});
+    }
+    return counts;
+}
+
+HttpAnswer HttpApi::Refuse(Refusal refusal, const HttpRequest& request) {
+    Count(refusal, request);
+    const RefusalAnswer& known = AnswerFor(refusal);
+    if (known.text != nullptr) {
+        return AnswerPlainly(known.status, known.text);
+    }
+    HttpAnswer answer = Answer({{"detail", known.word}});
+    answer.status = known.status;
+    return answer;
+}
+
+void HttpApi::Count(Refusal refusal, const HttpRequest& request) {
+    ++refusals_[static_cast<std::size_t>(refusal)];
+    if (refusal == Refusal::KeyNotFound || refusal == Refusal::KeyDisabled) {
+        refusedKeys_.Count(request.address);
+    }
+}
+
 void HttpApi::KeyStatus(const HttpRequest& request, const HttpServer::Reply& reply) {
     const std::optional<Account> account = ledger_.Find(HashOf(KeyInTarget(request.target)));
     const Refusal refusal = RefusalOf(account);
+    Count(refusal, request);
     const Account shown = account.value_or(Account{});
     const auto seconds = [](std::int64_t ms) { return static_cast<double>(ms) / 1000.0; };
     reply(Answer({{"valid", refusal == Refusal::None},
@@ -207,7 +226,7 @@ void HttpApi::SessionStart(const HttpRequest& request, const HttpServer::Reply& 
     }
     const StartAnswer answer = sessions_.Start(key, *conversation);
     if (answer.refusal != Refusal::None) {
-        return reply(Refuse(answer.refusal));
+        return reply(Refuse(answer.refusal, request));
     }
     reply(AnswerFor(answer.sessionId, {{"session_id", answer.sessionId}}));
 }
@@ -225,14 +244,14 @@ void HttpApi::SessionExchange(const HttpRequest& request, const HttpServer::Repl
         Work{body.Text("session_id"), Samples(body.Text("audio_b64")), Sessions::Turn()});
     work->turn = sessions_.TakeTurn(work->id, key);
     if (work->turn.Refused() != Refusal::None) {
-        return reply(Refuse(work->turn.Refused()));
+        return reply(Refuse(work->turn.Refused(), request));
     }
 
     const auto exchange = [this, work, reply] {
         const ExchangeAnswer answer = sessions_.Exchange(work->turn, work->samples);
         work->turn = Sessions::Turn(); // before the client can send its next request
         if (answer.refusal != Refusal::None) {
-            return reply(Refuse(answer.refusal));
+            return reply(Refuse(answer.refusal, {}));
         }
         Json captions = Json::array();
         for (const Caption& caption : answer.captions) {
@@ -250,7 +269,7 @@ void HttpApi::SessionStop(const HttpRequest& request, const HttpServer::Reply& r
     const RequestFields body(request.body);
     const Refusal refusal =
         sessions_.Stop(body.Text("session_id"), HashOf(body.Text("access_key")));
-    reply(refusal == Refusal::None ? Answer(Json::object()) : Refuse(refusal));
+    reply(refusal == Refusal::None ? Answer(Json::object()) : Refuse(refusal, request));
 }
 
 } // namespace service

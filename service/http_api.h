@@ -3,16 +3,27 @@
 #pragma once
 
 #include "http_server.h"
+#include "refusal.h"
+#include "refused_keys.h"
 #include "work_queue.h"
 
+#include <array>
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace service {
 
 class Ledger;
 class Sessions;
+
+struct RefusalCount {
+    const char* reason;
+    std::uint64_t count;
+};
 
 class HttpApi {
 public:
@@ -32,8 +43,15 @@ public:
     void Serve() { server_.Serve(); }
 
     // The operations below are for any thread.
+    void Rebind(const std::string& address, int port) { server_.Rebind(address, port); }
+    void UseCertificate(const TlsFiles& tls) { server_.UseCertificate(tls); }
+    void SetSessionsAtOnce(std::size_t count) { exchanges_.SetThreads(count); } // never fewer
     void StopAccepting() { server_.StopAccepting(); }
     void Stop() { server_.Stop(); } // answers what has been asked, and cuts all connections
+
+    HttpFigures Figures() const { return server_.Figures(); }
+    std::vector<RefusalCount> Refusals() const;
+    void LogRefusedKeys() { refusedKeys_.LogAndForget(); } // those since the last call
 
 private:
     using Operation = void (HttpApi::*)(const HttpRequest& request, const HttpServer::Reply& reply);
@@ -47,8 +65,13 @@ private:
     void SessionExchange(const HttpRequest& request, const HttpServer::Reply& reply);
     void SessionStop(const HttpRequest& request, const HttpServer::Reply& reply);
 
+    HttpAnswer Refuse(Refusal refusal, const HttpRequest& request);
+    void Count(Refusal refusal, const HttpRequest& request);
+
     Ledger& ledger_;
     Sessions& sessions_;
+    RefusedKeys refusedKeys_;
+    std::array<std::atomic<std::uint64_t>, kRefusals> refusals_{}; // by reason
     HttpServer server_;
     // Lanes, so that none of these waits behind another: what costs nothing, loading a decoder,
     // decoding as people speak, and decoding of audio that comes faster than anybody speaks.

@@ -12,12 +12,15 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
+#include <malloc.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <exception>
+#include <future>
 #include <map>
 #include <mutex>
 #include <set>
@@ -42,6 +45,8 @@ constexpr std::size_t kReadSize = std::size_t{8} * 1024; // bytes at a time
 // connection would be reset, and the answer lost with it.
 constexpr auto kLinger = 2s;
 constexpr auto kSweepEvery = 200ms;
+constexpr std::uint64_t kClosedForTrim = 100;
+constexpr auto kTrimEvery = 5s;
 constexpr auto kLastAnswers = 1s;
 constexpr auto kOwingEvery = 5ms;
 constexpr auto kAcceptAgainAfter = 200ms;
@@ -431,24 +436,25 @@ public:
     }
 
     int Bind(const std::string& address, int port) {
-        try {
-            tcp::resolver resolver(io_);
-            const auto found =
-                resolver.resolve(address, std::to_string(port),
-                                 tcp::resolver::passive | tcp::resolver::numeric_service);
-            const tcp::endpoint endpoint = found.begin()->endpoint();
-            tcp::acceptor acceptor(io_);
-            acceptor.open(endpoint.protocol());
-            // So that a restart need not wait; a second service does not share the port by it.
-            acceptor.set_option(tcp::acceptor::reuse_address(true));
-            acceptor.bind(endpoint);
-            acceptor.listen();
-            acceptor_ = std::move(acceptor);
-            return acceptor_.local_endpoint().port();
-        } catch (const boost::system::system_error& failure) {
-            throw std::runtime_error("cannot listen on " + address + " port " +
-                                     std::to_string(port) + ": " + failure.code().message());
-        }
+        acceptor_ = Open(address, port);
+        return acceptor_.local_endpoint().port();
+    }
+
+    void Rebind(const std::string& address, int port) {
+        std::promise<void> done;
+        asio::post(io_, [&] {
+            const tcp::endpoint former = acceptor_.local_endpoint();
+            acceptor_.close(); // one address may hold the other
+            try {
+                acceptor_ = Open(address, port);
+                done.set_value();
+            } catch (...) {
+                acceptor_ = Open(former.address().to_string(), former.port());
+                done.set_exception(std::current_exception());
+            }
+            Accept();
+        });
+        done.get_future().get();
     }
 
     void Serve() {
@@ -484,9 +490,29 @@ public:
         tls_ = std::move(tls);
     }
 
-    HttpFigures Figures() const { return {requests_, refused_, closed_, open_}; }
+    HttpFigures Figures() const { return {requests_, refused_, closed_, acceptFailures_, open_}; }
 
 private:
+    tcp::acceptor Open(const std::string& address, int port) {
+        try {
+            tcp::resolver resolver(io_);
+            const auto found =
+                resolver.resolve(address, std::to_string(port),
+                                 tcp::resolver::passive | tcp::resolver::numeric_service);
+            const tcp::endpoint endpoint = found.begin()->endpoint();
+            tcp::acceptor acceptor(io_);
+            acceptor.open(endpoint.protocol());
+            // So that a restart need not wait; a second service does not share the port by it.
+            acceptor.set_option(tcp::acceptor::reuse_address(true));
+            acceptor.bind(endpoint);
+            acceptor.listen();
+            return acceptor;
+        } catch (const boost::system::system_error& failure) {
+            throw std::runtime_error("cannot listen on " + address + " port " +
+                                     std::to_string(port) + ": " + failure.code().message());
+        }
+    }
+
     void StopWhenAnswered(Clock::time_point latest) {
         const bool owing = std::ranges::any_of(
             connections_, [](const auto& connection) { return connection->OwesAnswer(); });
@@ -512,6 +538,7 @@ private:
 
     // None of the reasons is the end: too many descriptors, a client that has gone again.
     void AcceptAgainLater(const Error& error) {
+        ++acceptFailures_;
         const auto now = Clock::now();
         if (now - acceptFailureLogged_ >= kSameLogEvery) {
             acceptFailureLogged_ = now;
@@ -580,12 +607,22 @@ private:
             ++closed_;
             connection->Close();
         }
+        GiveBackMemory(now);
         sweep_.expires_after(kSweepEvery);
         sweep_.async_wait([this](const Error& cancelled) {
             if (!cancelled) {
                 Sweep();
             }
         });
+    }
+
+    // What a crowd has taken would stay with the process for good.
+    void GiveBackMemory(Clock::time_point now) {
+        if (closed_ - closedAtTrim_ >= kClosedForTrim && now - trimmed_ >= kTrimEvery) {
+            closedAtTrim_ = closed_;
+            trimmed_ = now;
+            ::malloc_trim(0);
+        }
     }
 
     const HttpLimits& Limits() const override { return limits_; }
@@ -641,12 +678,15 @@ private:
     asio::steady_timer sweep_;
     asio::steady_timer acceptAgain_;
     Clock::time_point acceptFailureLogged_{};
+    Clock::time_point trimmed_{};
+    std::uint64_t closedAtTrim_ = 0;
     std::set<std::shared_ptr<Connection>> connections_;
     std::map<std::string, std::weak_ptr<Connection>> kept_; // by what they are kept for
     // Counted on the server's thread, read by any.
     std::atomic<std::uint64_t> requests_ = 0;
     std::atomic<std::uint64_t> refused_ = 0;
     std::atomic<std::uint64_t> closed_ = 0;
+    std::atomic<std::uint64_t> acceptFailures_ = 0;
     std::atomic<std::size_t> open_ = 0;
 };
 
@@ -670,6 +710,10 @@ void HttpServer::Stop() {
 
 void HttpServer::StopAccepting() {
     core_->StopAccepting();
+}
+
+void HttpServer::Rebind(const std::string& address, int port) {
+    core_->Rebind(address, port);
 }
 
 HttpFigures HttpServer::Figures() const {

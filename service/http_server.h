@@ -49,6 +49,7 @@ struct HttpFigures {
     std::uint64_t requests = 0; // read whole and handed on
     std::uint64_t refused = 0;  // answered here: too large, not to be read
     std::uint64_t closed = 0;   // connections closed for their time or to make room
+    std::uint64_t acceptFailures = 0;
     std::size_t connections = 0;
 };
 
@@ -76,6 +77,10 @@ public:
     void Stop();          // cuts all connections; also before `Serve`, which then returns at once
     void StopAccepting(); // those who are connected are served on
     HttpFigures Figures() const;
+
+    // Gives up the port that was taken and takes this one. Throws like `Bind`, and then the former
+    // one is taken again. Only while `Serve` runs.
+    void Rebind(const std::string& address, int port);
 
     // New connections get this certificate; those that are open keep theirs. Throws like the
     // constructor, and then nothing has changed.

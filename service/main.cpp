@@ -27,10 +27,14 @@ Portuguese, French or Italian.
 
 kelvarin-service serve [--address ADDRESS] [--port PORT] [--database FILE]
                        [--certificate FILE --key FILE | --plain] [--decoders COUNT]
+                       [--settings FILE] [--metrics PORT]
     Serves until it gets SIGTERM or SIGINT. Says on standard output where it listens as soon as
     it does. ADDRESS is 127.0.0.1 and PORT 443 by default; port 0 takes a free one. --plain
     serves HTTP without TLS. COUNT sessions can run at the same time (4 by default), at about
-    100 MB of memory each.
+    95 MB of memory each and 100 MB for the translators that they share. The file of settings has
+    lines of ADDRESS, PORT, CERTIFICATE, KEY, DECODERS and METRICS_PORT, each with = and a value;
+    SIGHUP reads it and the certificate again. --metrics gives figures for Prometheus on a port
+    of 127.0.0.1.
 
 kelvarin-service keys add [KEY] [--name NAME] [--unlimited | --seconds COUNT] [--sessions NUMBER]
     Makes an access key, or takes the one given (16 letters or more), and prints it: only now, as
@@ -66,10 +70,10 @@ int MakeCertificate(const CommandLine& line) {
     return EXIT_SUCCESS;
 }
 
-constexpr std::array kServeOptions = {Option{"--address", true},     Option{"--port", true},
-                                      Option{"--database", true},    Option{"--decoders", true},
-                                      Option{"--certificate", true}, Option{"--key", true},
-                                      Option{"--plain", false}};
+constexpr std::array kServeOptions = {
+    Option{"--address", true},  Option{"--port", true},        Option{"--database", true},
+    Option{"--decoders", true}, Option{"--certificate", true}, Option{"--key", true},
+    Option{"--plain", false},   Option{"--settings", true},    Option{"--metrics", true}};
 constexpr std::array kAddOptions = {Option{"--database", true}, Option{"--name", true},
                                     Option{"--seconds", true}, Option{"--unlimited", false},
                                     Option{"--sessions", true}};

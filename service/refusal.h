@@ -17,4 +17,6 @@ enum class Refusal {
     Ending,      // the service is being stopped
 };
 
+constexpr int kRefusals = static_cast<int>(Refusal::Ending) + 1; // `None` included
+
 } // namespace service

@@ -19,9 +19,9 @@ constexpr auto kPauseAfter = 150ms;
 constexpr auto kFinalAfter = 300ms;
 // Words change faster than anybody reads, and each change costs a translation.
 constexpr auto kPartialEvery = 200ms;
-// A client that brings so much at once waits for its answers: what is spared goes to the words.
-constexpr std::size_t kBehindSamples = kSampleRate / 4;
-constexpr auto kPartialEveryWhenBehind = 600ms;
+// A client that brings much at once waits for its answers: what partials take is spared for finals.
+constexpr int kSlicesForPartial = 8;
+constexpr auto kPartialAtLeastEvery = 1000ms;
 // Others may have the chains in use. A partial that has to wait is old when it comes.
 constexpr auto kFinalPatience = 2000ms;
 constexpr auto kPartialPatience = 10ms;
@@ -40,7 +40,10 @@ std::vector<Caption> Session::Exchange(std::span<const std::int16_t> samples, Ti
         captions = Hear(samples);
         lastAudio_ = heardUntil_ = now;
     }
-    AddPartial(now, samples.size() > kBehindSamples ? kPartialEveryWhenBehind : kPartialEvery,
+    const std::chrono::milliseconds slice(samples.size() / (kSampleRate / 1000));
+    AddPartial(now,
+               std::clamp<std::chrono::milliseconds>(kSlicesForPartial * slice, kPartialEvery,
+                                                     kPartialAtLeastEvery),
                captions);
     return captions;
 }

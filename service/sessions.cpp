@@ -93,6 +93,7 @@ StartAnswer Sessions::Start(const KeyHash& key, const Conversation& conversation
     }
     auto live = std::make_shared<Live>(key, std::move(decoder), conversation, chains_);
     std::string id = RandomToken();
+    ++started_;
     {
         const std::lock_guard lock(mutex_);
         live_.emplace(id, std::move(live));
@@ -170,6 +171,7 @@ ExchangeAnswer Sessions::Exchange(const Turn& turn, std::span<const std::int16_t
         ledger_.GiveBack(live.key, granted);
         throw;
     }
+    decodedSamples_ += granted;
     if (granted > 0) {
         const std::lock_guard lock(mutex_);
         live.lastRequest = live.lastAudio = Clock::now();
@@ -199,9 +201,17 @@ void Sessions::EndAll(std::chrono::milliseconds patience) {
     wake_.wait_for(lock, patience, [this] { return live_.empty(); });
 }
 
-std::size_t Sessions::Count() const {
-    const std::lock_guard lock(mutex_);
-    return live_.size();
+SessionFigures Sessions::Figures() const {
+    SessionFigures figures;
+    {
+        const std::lock_guard lock(mutex_);
+        figures.sessions = live_.size();
+    }
+    figures.started = started_;
+    figures.decodedSeconds = static_cast<double>(decodedSamples_) / kSampleRate;
+    figures.longestSeconds = std::chrono::duration<double>(load_.Longest(Clock::now())).count();
+    figures.canStore = ledger_.CanStore();
+    return figures;
 }
 
 bool Sessions::End(const std::string& id, const KeyHash& key, const char* why) {

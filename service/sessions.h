@@ -27,6 +27,14 @@ struct SessionLimits {
     std::chrono::milliseconds withoutAudio = std::chrono::minutes(5);
 };
 
+struct SessionFigures {
+    std::size_t sessions = 0;  // under way
+    std::uint64_t started = 0; // in all
+    double decodedSeconds = 0; // of audio, in all
+    double longestSeconds = 0; // from a turn to its answer, of late
+    bool canStore = true;
+};
+
 struct StartAnswer {
     Refusal refusal = Refusal::None;
     std::string sessionId;
@@ -94,7 +102,7 @@ public:
     // sentence in hand. Returns when all have ended, or after `patience`.
     void EndAll(std::chrono::milliseconds patience);
 
-    std::size_t Count() const;
+    SessionFigures Figures() const;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -116,6 +124,8 @@ private:
     std::condition_variable_any wake_;
     LiveMap live_;
     std::atomic<bool> ending_ = false;
+    std::atomic<std::uint64_t> started_ = 0;
+    std::atomic<std::uint64_t> decodedSamples_ = 0;
     std::jthread reaper_; // last: it ends before what it uses
 };
 

@@ -5,7 +5,11 @@
 namespace service {
 
 WorkQueue::WorkQueue(std::size_t threads) {
-    for (std::size_t i = 0; i < threads; ++i) {
+    SetThreads(threads);
+}
+
+void WorkQueue::SetThreads(std::size_t threads) {
+    while (threads_.size() < threads) {
         threads_.emplace_back([this](const std::stop_token& stop) { WorkOff(stop); });
     }
 }

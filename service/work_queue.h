@@ -25,6 +25,9 @@ public:
 
     void Post(Work work);
 
+    // Adds threads until there are so many; one thread calls this, beside any that posts.
+    void SetThreads(std::size_t threads);
+
 private:
     void WorkOff(const std::stop_token& stop);
 

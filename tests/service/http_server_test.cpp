@@ -11,8 +11,11 @@
 #include <httplib.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
 #include <fstream>
 #include <string>
 #include <thread>

@@ -6,12 +6,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,13 +27,13 @@ namespace {
 // One run of the program with its standard output in a pipe; killed if the test ends before it.
 class Program {
 public:
-    explicit Program(std::vector<std::string> arguments) {
+    explicit Program(std::vector<std::string> arguments, int input = STDIN_FILENO) {
         arguments.insert(arguments.begin(), KELVARIN_SERVICE_PROGRAM);
         std::array<int, 2> ends{};
         EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
         output_ = FileDescriptor(ends[0]);
         const FileDescriptor childEnd(ends[1]);
-        process_.emplace(arguments, STDIN_FILENO, childEnd.Get());
+        process_.emplace(arguments, input, childEnd.Get());
     }
 
     std::string Line() {
@@ -209,6 +213,115 @@ TEST(ProgramTest, ARunningSessionMeetsEachChangeAtItsNextExchange) {
     EXPECT_TRUE(Contains(both.Status(kAnna), R"("total_used_seconds":1.5)"));
     const std::string list = both.Keys({"list"});
     EXPECT_EQ(std::ranges::count(list, '\n'), 41) << list;
+}
+
+TEST(ProgramTest, AKeyCanComeByStandardInput) {
+    const ScratchFolder folder;
+    const std::string database = folder / "accounts.db";
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const FileDescriptor input(ends[0]);
+    {
+        const FileDescriptor writing(ends[1]);
+        const std::string line = std::string(kAnna) + '\n';
+        ASSERT_EQ(::write(writing.Get(), line.data(), line.size()), std::ssize(line));
+    }
+    Program add({"keys", "add", "-", "--database", database}, input.Get());
+    EXPECT_EQ(add.AllLines(), "") << "a key that was handed in was shown";
+    EXPECT_EQ(add.ExitCode(), 0);
+    Program disable({"keys", "disable", kAnna, "--database", database});
+    EXPECT_EQ(disable.ExitCode(), 0);
+}
+
+// A service with a file of settings, on TLS.
+class ProgramSettingsTest : public testing::Test {
+protected:
+    void Write(const std::string& folder, const std::string& more) const {
+        std::ofstream(file_) << "# a comment\nADDRESS=127.0.0.1\nDECODERS=1\nCERTIFICATE=\""
+                             << (folder_ / (folder + "/server.pem").c_str()).string()
+                             << "\"\nKEY=" << (folder_ / (folder + "/server.key").c_str()).string()
+                             << '\n'
+                             << more;
+    }
+
+    void SetUp() override {
+        for (const char* const name : {"former", "later"}) {
+            EXPECT_EQ(Program({"certificate", folder_ / name}).ExitCode(), 0);
+        }
+        Program({"keys", "add", kAnna, "--database", folder_ / "accounts.db"}).ExitCode();
+    }
+
+    std::unique_ptr<httplib::SSLClient> Connect(int port, const char* authority) const {
+        auto client = std::make_unique<httplib::SSLClient>("127.0.0.1", port);
+        client->set_ca_cert_path((folder_ / authority / "ca.pem").c_str());
+        client->enable_server_certificate_verification(true);
+        client->set_keep_alive(true);
+        return client;
+    }
+
+    // Whether somebody is there before long.
+    bool Reaches(int port, const char* authority, const std::string& path = "/key/status") const {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (Connect(port, authority)->Get(path)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // One that nobody has at the moment.
+    static int FreePort() {
+        const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        auto* const name = reinterpret_cast<sockaddr*>(&address);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(::bind(socket.Get(), name, size), 0);
+        EXPECT_EQ(::getsockname(socket.Get(), name, &size), 0);
+        return ntohs(address.sin_port);
+    }
+
+    const ScratchFolder folder_;
+    const std::filesystem::path file_ = folder_ / "settings";
+};
+
+TEST_F(ProgramSettingsTest, SighupTakesCertificateAndSettingsAndCutsNobody) {
+    const int firstPort = FreePort();
+    const int secondPort = FreePort();
+    const int metricsPort = FreePort();
+    Write("former", "PORT=" + std::to_string(firstPort) + "\n");
+    Program service({"serve", "--settings", file_, "--database", folder_ / "accounts.db"});
+    ASSERT_NE(service.Line(), "");
+    const auto connected = Connect(firstPort, "former");
+    ASSERT_TRUE(connected->Get("/key/status"));
+
+    Write("later", "PORT=" + std::to_string(secondPort) +
+                       "\nMETRICS_PORT=" + std::to_string(metricsPort) + "\n");
+    service.Signal(SIGHUP);
+    EXPECT_TRUE(Reaches(secondPort, "later"));
+    EXPECT_FALSE(Connect(firstPort, "former")->Get("/key/status"));
+    const auto metrics = httplib::Client("127.0.0.1", metricsPort).Get("/metrics");
+    ASSERT_TRUE(metrics);
+    for (const char* const line : {"kelvarin_sessions 0\n", "kelvarin_refusals_total{reason=\"",
+                                   "# TYPE process_resident_memory_bytes gauge\n"}) {
+        EXPECT_TRUE(Contains(metrics->body, line)) << metrics->body;
+    }
+    // On the port that is no more, and still its own connection: it was not cut.
+    const auto answer = connected->Get("/key/status?access_key=" + std::string(kAnna));
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(Contains(answer->body, R"("valid":true)"));
+
+    for (const char* const nonsense : {"PROT=1\n", "DECODERS=many\n", "PORT=70000\n"}) {
+        Write("former", nonsense);
+        service.Signal(SIGHUP);
+        EXPECT_TRUE(Reaches(secondPort, "later")) << nonsense;
+    }
+    service.Signal(SIGTERM);
+    EXPECT_EQ(service.ExitCode(), 0);
+    Program again({"serve", "--settings", file_, "--database", folder_ / "accounts.db"});
+    EXPECT_EQ(again.ExitCode(), 2) << "it began with settings that make no sense";
 }
 
 TEST(ProgramTest, KeysAreMadeAndChangedByTheCommandsAndWrongOnesFailWithTheirCode) {

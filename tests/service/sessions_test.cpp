@@ -72,7 +72,7 @@ TEST_F(SessionsTest, AKeyThatHasItsNumberLosesItsLongestSilentSessionAndNoOther)
     EXPECT_EQ(Exchange(bens, kBens).refusal, Refusal::None);
     Start(kBens);
     EXPECT_EQ(Exchange(bens, kBens).refusal, Refusal::SessionNotFound);
-    EXPECT_EQ(sessions_->Count(), 3U);
+    EXPECT_EQ(sessions_->Figures().sessions, 3U);
 }
 
 TEST_F(SessionsTest, ASessionWithoutAudioEndsHoweverManyRequestsItMakes) {
@@ -145,7 +145,7 @@ TEST_F(SessionsTest, TheQuotaIsTheKeysForAllOfItsSessionsTogether) {
     EXPECT_EQ(ledger_.Find(kAnnas)->usedMs, 150);
     EXPECT_EQ(Exchange(first, kAnnas).refusal, Refusal::QuotaExceeded);
     EXPECT_EQ(Exchange(second, kAnnas, silence_).refusal, Refusal::QuotaExceeded);
-    EXPECT_EQ(sessions_->Count(), 0U);
+    EXPECT_EQ(sessions_->Figures().sessions, 0U);
 }
 
 TEST_F(SessionsTest, TheEndHandsOutTheSentenceInHand) {
