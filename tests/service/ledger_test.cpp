@@ -100,6 +100,23 @@ TEST_F(LedgerTest, ChangesByOthersCountAtOnce) {
     EXPECT_EQ(ledger.Take(HashOf("nobody"), kSecond), 0U);
 }
 
+TEST_F(LedgerTest, TwoServicesOnOneFileBillTheSameKeyExactly) {
+    accounts_.Add(kBilled, WithQuota(0));
+    Accounts others(file_);
+    {
+        Ledger first(accounts_, 1ms);
+        Ledger second(others, 1ms);
+        ASSERT_TRUE(first.Find(kBilled));
+        ASSERT_TRUE(second.Find(kBilled));
+        for (int i = 0; i < 200; ++i) {
+            first.Take(kBilled, kSecond / 100);
+            second.Take(kBilled, kSecond / 50);
+            first.Find(kBilled);
+        }
+    }
+    EXPECT_EQ(StoredMs(), 2000 + 4000);
+}
+
 // Billing goes on without waiting while nothing can be stored, and all of it is stored afterwards.
 void ExpectItIsKept(Accounts& accounts, const std::function<void()>& block,
                     const std::function<void()>& unblock) {

@@ -5,8 +5,11 @@
 #include "scratch_folder.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <optional>
+#include <string>
+#include <thread>
 
 namespace service {
 namespace {
@@ -49,7 +52,7 @@ protected:
     }
 
     const ScratchFolder folder_;
-    Accounts accounts_{folder_ / "accounts.db"};
+    Accounts accounts_{folder_ / "accounts.db", 100ms};
     Ledger ledger_{accounts_};
     ChainPool chains_;
     std::optional<DecoderPool> pool_;
@@ -146,6 +149,35 @@ TEST_F(SessionsTest, TheQuotaIsTheKeysForAllOfItsSessionsTogether) {
     EXPECT_EQ(Exchange(first, kAnnas).refusal, Refusal::QuotaExceeded);
     EXPECT_EQ(Exchange(second, kAnnas, silence_).refusal, Refusal::QuotaExceeded);
     EXPECT_EQ(sessions_->Figures().sessions, 0U);
+}
+
+TEST_F(SessionsTest, WhileUsageCannotBeStoredNobodyIsLetInAndCaptionsGoOn) {
+    Open(2);
+    Add(kAnnas, 0);
+    Add(kBens, 0);
+    const std::string id = Start(kAnnas);
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open((folder_ / "accounts.db").c_str(), &other), SQLITE_OK);
+    sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    testing::internal::CaptureStderr();
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    Refusal refusal = Refusal::None;
+    while (refusal != Refusal::CannotStore && std::chrono::steady_clock::now() < deadline) {
+        ASSERT_EQ(Exchange(id, kAnnas, silence_).refusal, Refusal::None);
+        const StartAnswer answer = sessions_->Start(kBens, kLanguages);
+        refusal = answer.refusal;
+        sessions_->Stop(answer.sessionId, kBens);
+    }
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(refusal, Refusal::CannotStore);
+    EXPECT_NE(log.find("cannot be stored"), std::string::npos);
+    EXPECT_EQ(log.find("cannot be stored"), log.rfind("cannot be stored"));
+    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+    while (refusal != Refusal::None && std::chrono::steady_clock::now() < deadline) {
+        refusal = sessions_->Start(kBens, kLanguages).refusal;
+    }
+    EXPECT_EQ(refusal, Refusal::None) << "it stayed closed";
 }
 
 TEST_F(SessionsTest, TheEndHandsOutTheSentenceInHand) {
