@@ -5,7 +5,6 @@
 #include "refusal.h"
 
 #include <chrono>
-#include <compare>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -23,7 +22,8 @@ namespace service {
 // What stands for a key wherever it is kept or compared: SHA-256, in hexadecimal digits.
 struct KeyHash {
     std::string digits;
-    auto operator<=>(const KeyHash&) const = default;
+    bool operator==(const KeyHash&) const = default;
+    bool operator<(const KeyHash& other) const { return digits < other.digits; } // for maps
 };
 KeyHash HashOf(std::string_view key);
 

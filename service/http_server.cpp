@@ -19,7 +19,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <exception>
+#include <fstream>
 #include <future>
 #include <map>
 #include <mutex>
@@ -72,11 +74,9 @@ std::shared_ptr<asio::ssl::context> MakeTls(const TlsFiles& files) {
     };
     // What OpenSSL says of a file that is not there is not for people.
     for (const auto& file : {files.certificate, files.key}) {
-        if (FILE* const readable = std::fopen(file.c_str(), "rb")) {
-            std::fclose(readable);
-            continue;
+        if (!std::ifstream(file)) {
+            throw std::system_error(errno, std::generic_category(), "cannot read " + file.string());
         }
-        throw std::system_error(errno, std::generic_category(), "cannot read " + file.string());
     }
     if (SSL_CTX_use_certificate_chain_file(context, files.certificate.c_str()) != 1) {
         fail("cannot use the certificate " + files.certificate.string());
@@ -437,22 +437,26 @@ public:
 
     int Bind(const std::string& address, int port) {
         acceptor_ = Open(address, port);
-        return acceptor_.local_endpoint().port();
+        address_ = address;
+        port_ = acceptor_.local_endpoint().port();
+        return port_;
     }
 
     void Rebind(const std::string& address, int port) {
         std::promise<void> done;
         asio::post(io_, [&] {
-            const tcp::endpoint former = acceptor_.local_endpoint();
-            acceptor_.close(); // one address may hold the other
+            Error ignored;
+            acceptor_.close(ignored); // one address may hold the other
             try {
-                acceptor_ = Open(address, port);
+                Bind(address, port);
                 done.set_value();
             } catch (...) {
-                acceptor_ = Open(former.address().to_string(), former.port());
+                BindAgain();
                 done.set_exception(std::current_exception());
             }
-            Accept();
+            if (acceptor_.is_open()) {
+                Accept();
+            }
         });
         done.get_future().get();
     }
@@ -510,6 +514,14 @@ private:
         } catch (const boost::system::system_error& failure) {
             throw std::runtime_error("cannot listen on " + address + " port " +
                                      std::to_string(port) + ": " + failure.code().message());
+        }
+    }
+
+    void BindAgain() {
+        try {
+            Bind(address_, port_);
+        } catch (const std::exception& failure) {
+            Log(std::string("error: nobody can connect any more: ") + failure.what());
         }
     }
 
@@ -675,6 +687,8 @@ private:
     mutable std::mutex tlsMutex_;             // guards tls_
     std::shared_ptr<asio::ssl::context> tls_; // null: none
     tcp::acceptor acceptor_;
+    std::string address_; // where it is, or was last
+    int port_ = 0;
     asio::steady_timer sweep_;
     asio::steady_timer acceptAgain_;
     Clock::time_point acceptFailureLogged_{};

@@ -67,10 +67,10 @@ std::string Metrics(const HttpApi& api, const Sessions& sessions) {
             "Connections closed for their time or to make room.", http.closed);
     counter("kelvarin_accept_failures_total", "Clients that could not be accepted.",
             http.acceptFailures);
-    constexpr std::string_view kRefusals = "kelvarin_refusals_total";
-    text.Describe(kRefusals, "counter", "Requests that were turned down, by reason.");
+    constexpr std::string_view kName = "kelvarin_refusals_total";
+    text.Describe(kName, "counter", "Requests that were turned down, by reason.");
     for (const RefusalCount& refusal : api.Refusals()) {
-        text.Value(std::string(kRefusals) + "{reason=\"" + refusal.reason + "\"}", refusal.count);
+        text.Value(std::string(kName) + "{reason=\"" + refusal.reason + "\"}", refusal.count);
     }
     gauge("process_resident_memory_bytes", "Memory of the service without its translators.",
           ResidentBytes());

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <ranges>
 
 namespace service {
 namespace {
@@ -64,10 +63,9 @@ RequestFields::RequestFields(std::string_view body) {
 }
 
 const std::string& RequestFields::Text(std::string_view key) const {
-    const auto reversed = std::views::reverse(texts_);
-    const auto found = std::ranges::find(
-        reversed, key, [](const auto& field) -> std::string_view { return field.first; });
-    if (found == reversed.end()) {
+    const auto found = std::find_if(texts_.rbegin(), texts_.rend(),
+                                    [&](const auto& field) { return field.first == key; });
+    if (found == texts_.rend()) {
         throw BadRequest("The body has no string \"" + std::string(key) + "\".");
     }
     return found->second;

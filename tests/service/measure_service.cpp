@@ -113,19 +113,28 @@ public:
         return ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
     }
 
-    // The exit code after SIGTERM, -1 when a signal ended it.
+    // The exit code after SIGTERM, -1 when a signal ended it. What its log has besides sessions
+    // goes to standard error.
     int End() const {
         ::kill(process_->Id(), SIGTERM);
         siginfo_t info{};
         ::waitid(P_PID, static_cast<id_t>(process_->Id()), &info, WEXITED | WNOWAIT);
+        std::ifstream log(Log());
+        for (std::string line; std::getline(log, line);) {
+            if (line.find(" session ") == std::string::npos) {
+                std::cerr << line << '\n'; // all that is not of every day
+            }
+        }
         return info.si_code == CLD_EXITED ? info.si_status : -1;
     }
 
 private:
     std::string Database() const { return folder_ / "accounts.db"; }
+    std::string Log() const { return folder_ / "log"; }
 
     void Start(std::vector<std::string> words) {
-        words.insert(words.begin(), program_);
+        // A child's own standard error is closed.
+        words.insert(words.begin(), {"sh", "-c", R"(exec "$@" 2>>"$0")", Log(), program_});
         std::array<int, 2> ends{};
         if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipe");

@@ -313,13 +313,17 @@ TEST_F(ProgramSettingsTest, SighupTakesCertificateAndSettingsAndCutsNobody) {
     ASSERT_TRUE(answer);
     EXPECT_TRUE(Contains(answer->body, R"("valid":true)"));
 
-    for (const char* const nonsense : {"PROT=1\n", "DECODERS=many\n", "PORT=70000\n"}) {
-        Write("former", nonsense);
+    httplib::Server other;
+    const std::string taken = std::to_string(other.bind_to_any_port("127.0.0.1"));
+    for (const std::string& nonsense : {std::string("PROT=1\n"), std::string("DECODERS=many\n"),
+                                        std::string("PORT=70000\n"), "PORT=" + taken + '\n'}) {
+        Write("later", nonsense);
         service.Signal(SIGHUP);
         EXPECT_TRUE(Reaches(secondPort, "later")) << nonsense;
     }
     service.Signal(SIGTERM);
     EXPECT_EQ(service.ExitCode(), 0);
+    Write("later", "PORT=70000\n");
     Program again({"serve", "--settings", file_, "--database", folder_ / "accounts.db"});
     EXPECT_EQ(again.ExitCode(), 2) << "it began with settings that make no sense";
 }
