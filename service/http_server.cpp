@@ -497,13 +497,22 @@ public:
     HttpFigures Figures() const { return {requests_, refused_, closed_, acceptFailures_, open_}; }
 
 private:
+    // An address in numbers needs nothing of the system, which may have closed most of it to us.
+    tcp::endpoint Resolve(const std::string& address, int port) {
+        Error notNumbers;
+        const auto numbers = asio::ip::make_address(address, notNumbers);
+        if (!notNumbers) {
+            return {numbers, static_cast<std::uint16_t>(port)};
+        }
+        return *tcp::resolver(io_)
+                    .resolve(address, std::to_string(port),
+                             tcp::resolver::passive | tcp::resolver::numeric_service)
+                    .begin();
+    }
+
     tcp::acceptor Open(const std::string& address, int port) {
         try {
-            tcp::resolver resolver(io_);
-            const auto found =
-                resolver.resolve(address, std::to_string(port),
-                                 tcp::resolver::passive | tcp::resolver::numeric_service);
-            const tcp::endpoint endpoint = found.begin()->endpoint();
+            const tcp::endpoint endpoint = Resolve(address, port);
             tcp::acceptor acceptor(io_);
             acceptor.open(endpoint.protocol());
             // So that a restart need not wait; a second service does not share the port by it.
