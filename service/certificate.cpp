@@ -201,4 +201,15 @@ CertificateState EnsureCertificate(const std::filesystem::path& directory) {
     return CertificateState::Kept;
 }
 
+std::optional<std::chrono::seconds> TimeLeft(const std::filesystem::path& certificate) {
+    const Certificate read = ReadCertificate(certificate);
+    int days = 0;
+    int seconds = 0;
+    // From now, where no other time is given.
+    if (!read || ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notAfter(read.get())) != 1) {
+        return std::nullopt;
+    }
+    return std::chrono::seconds(days * std::int64_t{kDay} + seconds);
+}
+
 } // namespace service

@@ -2,7 +2,9 @@
 // the client's system can be told to trust.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <optional>
 
 namespace service {
 
@@ -21,5 +23,9 @@ enum class CertificateState { Kept, Made };
 // authority's own key is thrown away after its one signature, so nobody can sign for another
 // host with it. Throws std::runtime_error.
 CertificateState EnsureCertificate(const std::filesystem::path& directory);
+
+// Until the first certificate in the file ends, below 0 when it has ended; nothing when there is
+// none to be read.
+std::optional<std::chrono::seconds> TimeLeft(const std::filesystem::path& certificate);
 
 } // namespace service

@@ -74,10 +74,10 @@ void ReturnToPool::operator()(Decoder* decoder) const {
     pool_->Return(decoder);
 }
 
-DecoderLease DecoderPool::Acquire() {
+DecoderLease DecoderPool::Acquire(std::chrono::milliseconds wait) {
     {
-        const std::lock_guard lock(mutex_);
-        if (inUse_ == capacity_) {
+        std::unique_lock lock(mutex_);
+        if (!returned_.wait_for(lock, wait, [this] { return inUse_ < capacity_; })) {
             return {};
         }
         ++inUse_;
@@ -97,10 +97,24 @@ DecoderLease DecoderPool::Acquire() {
     }
 }
 
-void DecoderPool::Return(Decoder* decoder) {
+void DecoderPool::SetCapacity(std::size_t capacity) {
+    std::vector<std::unique_ptr<Decoder>> spare; // destroyed after the lock is released
     const std::lock_guard lock(mutex_);
-    idle_.emplace_back(decoder);
+    capacity_ = capacity;
+    while (!idle_.empty() && inUse_ + idle_.size() > capacity_) {
+        spare.push_back(std::move(idle_.back()));
+        idle_.pop_back();
+    }
+}
+
+void DecoderPool::Return(Decoder* decoder) {
+    std::unique_ptr<Decoder> returned(decoder); // destroyed after the lock is released
+    const std::lock_guard lock(mutex_);
     --inUse_;
+    if (inUse_ + idle_.size() < capacity_) {
+        idle_.push_back(std::move(returned));
+    }
+    returned_.notify_one();
 }
 
 } // namespace service

@@ -2,6 +2,8 @@
 // they are kept and handed from one session to the next. Knows nothing of utterances.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -55,19 +57,22 @@ class DecoderPool {
 public:
     explicit DecoderPool(std::size_t capacity) : capacity_(capacity) {}
 
-    // Null when all are in use. Throws when a decoder cannot be loaded.
-    DecoderLease Acquire();
+    // Null when all are in use, and stay so for as long as may be waited. Throws when a decoder
+    // cannot be loaded.
+    DecoderLease Acquire(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
-    std::size_t Capacity() const { return capacity_; }
+    // Of fewer than are in use, those who have one keep it.
+    void SetCapacity(std::size_t capacity);
 
 private:
     friend class ReturnToPool;
     void Return(Decoder* decoder);
 
-    const std::size_t capacity_;
-    std::mutex mutex_; // guards idle_ and inUse_; never held while a decoder loads
+    std::mutex mutex_; // guards what follows; never held while a decoder loads
+    std::size_t capacity_;
     std::vector<std::unique_ptr<Decoder>> idle_;
     std::size_t inUse_ = 0;
+    std::condition_variable returned_;
     std::mutex loading_; // held while one decoder loads: the library's loader has global state
 };
 

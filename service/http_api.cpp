@@ -1,23 +1,21 @@
 #include "http_api.h"
 
-#include "accounts.h"
 #include "base64.h"
+#include "ledger.h"
 #include "log.h"
+#include "request_fields.h"
 #include "sessions.h"
 
-#include <httplib.h>
-#include <netinet/in.h>
 #include <nlohmann/json.hpp>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <chrono>
-#include <cstring>
-#include <stdexcept>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <optional>
 #include <string_view>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace service {
@@ -25,72 +23,51 @@ namespace {
 
 using Json = nlohmann::ordered_json; // clients rely on the documented order of keys
 
-constexpr std::size_t kLargestBody = std::size_t{256} * 1024; // bytes; an exchange needs 44 KB
-constexpr std::size_t kRequestsOfAConnection = 1'000'000'000; // no practical limit
-constexpr std::time_t kKeepAliveSeconds = 75;
-
-constexpr const char* kPlainText = "text/plain; charset=utf-8";
-constexpr const char* kJsonText = "application/json";
-
+// What is no word that clients know is answered as plain text, for people.
 struct RefusalAnswer {
     Refusal refusal;
     int status;
     const char* word;
+    const char* text;
+    const char* reason; // in the metrics
 };
 
-constexpr std::array kRefusalAnswers = {
-    RefusalAnswer{Refusal::None, 200, ""},
-    RefusalAnswer{Refusal::KeyNotFound, 403, "key_not_found"},
-    RefusalAnswer{Refusal::KeyDisabled, 403, "key_disabled"},
-    RefusalAnswer{Refusal::QuotaExceeded, 403, "quota_exceeded"},
-    RefusalAnswer{Refusal::SessionNotFound, 404, "session_not_found"},
-    RefusalAnswer{Refusal::NoDecoderFree, 503, ""},
-};
+constexpr std::array<RefusalAnswer, kRefusals> kRefusalAnswers = {{
+    {Refusal::None, 200, "", nullptr, "none"},
+    {Refusal::KeyNotFound, 403, "key_not_found", nullptr, "key_not_found"},
+    {Refusal::KeyDisabled, 403, "key_disabled", nullptr, "key_disabled"},
+    {Refusal::QuotaExceeded, 403, "quota_exceeded", nullptr, "quota_exceeded"},
+    {Refusal::SessionNotFound, 404, "session_not_found", nullptr, "session_not_found"},
+    {Refusal::SessionBusy, 409, "", "The session is in another exchange.", "session_busy"},
+    {Refusal::NoDecoderFree, 503, "", "All recognisers of this service are in use.",
+     "no_decoder_free"},
+    {Refusal::Overloaded, 503, "", "This service has as much to do as its computer can.",
+     "overloaded"},
+    {Refusal::CannotStore, 503, "", "The service cannot store what is used at the moment.",
+     "cannot_store"},
+    {Refusal::Ending, 503, "", "The service is being stopped.", "ending"},
+}};
 
 const RefusalAnswer& AnswerFor(Refusal refusal) {
     return *std::ranges::find(kRefusalAnswers, refusal, &RefusalAnswer::refusal);
 }
 
-void Answer(httplib::Response& response, const Json& body) {
-    response.status = 200;
-    response.set_content(body.dump(), kJsonText);
+HttpAnswer Answer(const Json& body) {
+    return {200, "application/json", body.dump(), {}};
 }
 
-void AnswerPlainly(httplib::Response& response, int status, const std::string& reason) {
-    response.status = status;
-    response.set_content(reason, kPlainText);
+// For a client in a session: its connection is kept.
+HttpAnswer AnswerFor(const std::string& sessionId, const Json& body) {
+    HttpAnswer answer = Answer(body);
+    answer.keptFor = sessionId;
+    return answer;
 }
 
-void Refuse(httplib::Response& response, Refusal refusal) {
-    const RefusalAnswer& answer = AnswerFor(refusal);
-    if (refusal == Refusal::NoDecoderFree) {
-        AnswerPlainly(response, answer.status, "All recognisers of this service are in use.");
-        return;
-    }
-    Answer(response, {{"detail", answer.word}});
-    response.status = answer.status;
-}
-
-// The client's fault: its text is the one-line answer with status 400.
-class BadRequest : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-Json ParseBody(const httplib::Request& request) {
-    Json body = Json::parse(request.body, nullptr, false);
-    if (!body.is_object()) {
-        throw BadRequest("The body is not a JSON object.");
-    }
-    return body;
-}
-
-std::string Text(const Json& body, const char* key) {
-    const auto found = body.find(key);
-    if (found == body.end() || !found->is_string()) {
-        throw BadRequest(std::string("The body has no string \"") + key + "\".");
-    }
-    return found->get<std::string>();
+HttpAnswer AnswerPlainly(int status, const std::string& reason) {
+    HttpAnswer answer;
+    answer.status = status;
+    answer.body = reason;
+    return answer;
 }
 
 std::vector<std::int16_t> Samples(const std::string& base64) {
@@ -133,191 +110,166 @@ Json CaptionJson(const Caption& caption, const Conversation& languages) {
             {"target_lang", languages.targetCode}};
 }
 
-void AnswerException(httplib::Response& response, const std::exception_ptr& exception) {
+HttpAnswer AnswerException(const std::exception_ptr& exception) {
     try {
         std::rethrow_exception(exception);
     } catch (const BadRequest& fault) {
-        AnswerPlainly(response, 400, fault.what());
-        return;
+        return AnswerPlainly(400, fault.what());
     } catch (const std::exception& failure) {
         Log(std::string("error: ") + failure.what());
     } catch (...) {
         Log("error: of an unknown kind");
     }
-    Answer(response, {{"detail", "internal_error"}});
-    response.status = 500;
+    HttpAnswer answer = Answer({{"detail", "internal_error"}});
+    answer.status = 500;
+    return answer;
 }
 
-std::unique_ptr<httplib::Server> MakeServer(const std::optional<TlsFiles>& tls) {
-    if (!tls) {
-        return std::make_unique<httplib::Server>();
-    }
-    auto server = std::make_unique<httplib::SSLServer>(tls->certificate.c_str(), tls->key.c_str());
-    if (!server->is_valid()) {
-        throw std::runtime_error("cannot use the certificate " + tls->certificate.string() +
-                                 " with the key " + tls->key.string());
-    }
-    return server;
-}
-
-int PortOf(const sockaddr_storage& address) {
-    if (address.ss_family == AF_INET) {
-        return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-    }
-    if (address.ss_family == AF_INET6) {
-        return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
-    }
-    return -1;
-}
-
-// The library closes no connection that is kept alive before its time is over, and hands out no
-// list of them: they are the process's sockets whose own end is the service's port.
-void CutConnections(int port) {
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const std::string name = entry.path().filename();
-        int descriptor = -1;
-        std::from_chars(name.data(), name.data() + name.size(), descriptor);
-        sockaddr_storage own{};
-        socklen_t size = sizeof own;
-        if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &size) == 0 &&
-            PortOf(own) == port) {
-            ::shutdown(descriptor, SHUT_RDWR);
-        }
+// What throws has not replied.
+template <typename Operation>
+void ReplyOrExplain(const HttpServer::Reply& reply, Operation operation) {
+    try {
+        operation();
+    } catch (...) {
+        reply(AnswerException(std::current_exception()));
     }
 }
 
 } // namespace
 
-HttpApi::HttpApi(Accounts& accounts, Sessions& sessions, const std::optional<TlsFiles>& tls,
-                 std::size_t connections)
-    : accounts_(accounts), sessions_(sessions), server_(MakeServer(tls)) {
-    SetUpServer(connections);
-    SetUpAnswers();
-}
+HttpApi::HttpApi(Ledger& ledger, Sessions& sessions, const std::optional<TlsFiles>& tls,
+                 std::size_t sessionsAtOnce, const HttpLimits& limits)
+    : ledger_(ledger), sessions_(sessions),
+      server_(tls, limits,
+              [this](HttpRequest request, HttpServer::Reply reply) {
+                  Route(std::move(request), std::move(reply));
+              }),
+      desk_(1), starts_(1), exchanges_(sessionsAtOnce), ahead_(1) {}
 
-HttpApi::~HttpApi() = default;
+struct HttpApi::Entry {
+    std::string_view method;
+    std::string_view path;
+    Operation operation;
+    WorkQueue HttpApi::*lane;
+};
 
-void HttpApi::SetUpServer(std::size_t connections) {
-    // The library takes ownership of the queue.
-    server_->new_task_queue = [connections] {
-        return std::make_unique<httplib::ThreadPool>(connections).release();
+void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
+    static constexpr std::array kEntries = {
+        Entry{"GET", "/key/status", &HttpApi::KeyStatus, &HttpApi::desk_},
+        Entry{"POST", "/session/start", &HttpApi::SessionStart, &HttpApi::starts_},
+        Entry{"POST", "/session/exchange", &HttpApi::SessionExchange, &HttpApi::exchanges_},
+        Entry{"POST", "/session/stop", &HttpApi::SessionStop, &HttpApi::desk_},
     };
-    server_->set_tcp_nodelay(true);
-    server_->set_keep_alive_max_count(kRequestsOfAConnection);
-    server_->set_keep_alive_timeout(kKeepAliveSeconds);
-    server_->set_payload_max_length(kLargestBody);
-    // Not the library's SO_REUSEPORT: with it a second service would share the port unnoticed.
-    server_->set_socket_options([](socket_t socket) {
-        const int on = 1;
-        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const std::string_view target = request.target;
+    const std::string_view path = target.substr(0, target.find('?'));
+    const auto* const entry = std::ranges::find_if(kEntries, [&](const Entry& candidate) {
+        return candidate.method == request.method && candidate.path == path;
     });
-}
-
-void HttpApi::SetUpAnswers() {
-    using Operation = void (HttpApi::*)(const httplib::Request&, httplib::Response&);
-    const auto handler = [this](Operation operation) {
-        return [this, operation](const httplib::Request& request, httplib::Response& response) {
-            (this->*operation)(request, response);
-        };
-    };
-    server_->Get("/key/status", handler(&HttpApi::KeyStatus));
-    server_->Post("/session/start", handler(&HttpApi::SessionStart));
-    server_->Post("/session/exchange", handler(&HttpApi::SessionExchange));
-    server_->Post("/session/stop", handler(&HttpApi::SessionStop));
-
-    server_->set_exception_handler(
-        [](const httplib::Request&, httplib::Response& response,
-           const std::exception_ptr& exception) { AnswerException(response, exception); });
-    // What the library itself turns down comes without a body.
-    server_->set_error_handler([](const httplib::Request&, httplib::Response& response) {
-        if (response.body.empty()) {
-            response.set_content(response.status == 413   ? "The body is too large."
-                                 : response.status == 404 ? "There is no such operation."
-                                                          : "The request cannot be read.",
-                                 kPlainText);
-        }
-    });
-}
-
-int HttpApi::Bind(const std::string& address, int port) {
-    errno = 0;
-    if (port == 0) {
-        port_ = server_->bind_to_any_port(address);
-    } else {
-        port_ = server_->bind_to_port(address, port) ? port : -1;
+    if (entry == kEntries.end()) {
+        return reply(AnswerPlainly(404, "There is no such operation."));
     }
-    if (port_ <= 0) {
-        throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) +
-                                 (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
+    (this->*entry->lane)
+        .Post([this, operation = entry->operation, request = std::move(request),
+               reply = std::move(reply)] {
+            ReplyOrExplain(reply, [&] { (this->*operation)(request, reply); });
+        });
+}
+
+std::vector<RefusalCount> HttpApi::Refusals() const {
+    std::vector<RefusalCount> counts;
+    for (std::size_t i = 1; i < refusals_.size(); ++i) {
+        counts.push_back({kRefusalAnswers[i].reason, refusals_[i]});
     }
-    return port_;
+    return counts;
 }
 
-bool HttpApi::Serve() {
-    const bool served = server_->listen_after_bind();
-    ended_ = true;
-    return served;
-}
-
-void HttpApi::Stop() {
-    // The library forgets a stop that comes before it has begun to serve.
-    while (!server_->is_running() && !ended_) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+HttpAnswer HttpApi::Refuse(Refusal refusal, const HttpRequest& request) {
+    Count(refusal, request);
+    const RefusalAnswer& known = AnswerFor(refusal);
+    if (known.text != nullptr) {
+        return AnswerPlainly(known.status, known.text);
     }
-    server_->stop();
-    CutConnections(port_);
+    HttpAnswer answer = Answer({{"detail", known.word}});
+    answer.status = known.status;
+    return answer;
 }
 
-void HttpApi::KeyStatus(const httplib::Request& request, httplib::Response& response) {
-    const std::optional<Account> account = accounts_.Find(KeyInTarget(request.target));
+void HttpApi::Count(Refusal refusal, const HttpRequest& request) {
+    ++refusals_[static_cast<std::size_t>(refusal)];
+    if (refusal == Refusal::KeyNotFound || refusal == Refusal::KeyDisabled) {
+        refusedKeys_.Count(request.address);
+    }
+}
+
+void HttpApi::KeyStatus(const HttpRequest& request, const HttpServer::Reply& reply) {
+    const std::optional<Account> account = ledger_.Find(HashOf(KeyInTarget(request.target)));
     const Refusal refusal = RefusalOf(account);
+    Count(refusal, request);
     const Account shown = account.value_or(Account{});
     const auto seconds = [](std::int64_t ms) { return static_cast<double>(ms) / 1000.0; };
-    Answer(response, {{"valid", refusal == Refusal::None},
-                      {"reason", AnswerFor(refusal).word},
-                      {"unlimited", shown.unlimited},
-                      {"remaining_seconds", seconds(shown.RemainingMs())},
-                      {"total_used_seconds", seconds(shown.usedMs)},
-                      {"initial_seconds", seconds(shown.initialMs)}});
+    reply(Answer({{"valid", refusal == Refusal::None},
+                  {"reason", AnswerFor(refusal).word},
+                  {"unlimited", shown.unlimited},
+                  {"remaining_seconds", seconds(shown.RemainingMs())},
+                  {"total_used_seconds", seconds(shown.usedMs)},
+                  {"initial_seconds", seconds(shown.initialMs)}}));
 }
 
-void HttpApi::SessionStart(const httplib::Request& request, httplib::Response& response) {
-    const Json body = ParseBody(request);
-    const std::string key = Text(body, "access_key");
-    const auto conversation = AgreeOn({Text(body, "lang_a"), Text(body, "lang_a_tgt")},
-                                      {Text(body, "lang_b"), Text(body, "lang_b_tgt")});
+void HttpApi::SessionStart(const HttpRequest& request, const HttpServer::Reply& reply) {
+    const RequestFields body(request.body);
+    const KeyHash key = HashOf(body.Text("access_key"));
+    const auto conversation = AgreeOn({body.Text("lang_a"), body.Text("lang_a_tgt")},
+                                      {body.Text("lang_b"), body.Text("lang_b_tgt")});
     if (!conversation) {
         throw BadRequest("This service hears English and translates it into Spanish, Portuguese, "
                          "French or Italian. Choose English and one of these.");
     }
     const StartAnswer answer = sessions_.Start(key, *conversation);
     if (answer.refusal != Refusal::None) {
-        return Refuse(response, answer.refusal);
+        return reply(Refuse(answer.refusal, request));
     }
-    Answer(response, {{"session_id", answer.sessionId}});
+    reply(AnswerFor(answer.sessionId, {{"session_id", answer.sessionId}}));
 }
 
-void HttpApi::SessionExchange(const httplib::Request& request, httplib::Response& response) {
-    const Json body = ParseBody(request);
-    const ExchangeAnswer answer = sessions_.Exchange(
-        Text(body, "session_id"), Text(body, "access_key"), Samples(Text(body, "audio_b64")));
-    if (answer.refusal != Refusal::None) {
-        return Refuse(response, answer.refusal);
+void HttpApi::SessionExchange(const HttpRequest& request, const HttpServer::Reply& reply) {
+    struct Work {
+        std::string id;
+        std::vector<std::int16_t> samples;
+        Sessions::Turn turn;
+    };
+    const RequestFields body(request.body);
+    const KeyHash key = HashOf(body.Text("access_key"));
+    // Shared, as what is posted can be copied.
+    const auto work = std::make_shared<Work>(
+        Work{body.Text("session_id"), Samples(body.Text("audio_b64")), Sessions::Turn()});
+    work->turn = sessions_.TakeTurn(work->id, key);
+    if (work->turn.Refused() != Refusal::None) {
+        return reply(Refuse(work->turn.Refused(), request));
     }
-    Json captions = Json::array();
-    for (const Caption& caption : answer.captions) {
-        captions.push_back(CaptionJson(caption, answer.languages));
+
+    const auto exchange = [this, work, reply] {
+        const ExchangeAnswer answer = sessions_.Exchange(work->turn, work->samples);
+        work->turn = Sessions::Turn(); // before the client can send its next request
+        if (answer.refusal != Refusal::None) {
+            return reply(Refuse(answer.refusal, {}));
+        }
+        Json captions = Json::array();
+        for (const Caption& caption : answer.captions) {
+            captions.push_back(CaptionJson(caption, answer.languages));
+        }
+        reply(AnswerFor(work->id, captions));
+    };
+    if (!sessions_.GoesAheadOfTime(work->turn, work->samples.size())) {
+        return exchange();
     }
-    Answer(response, captions);
+    ahead_.Post([exchange, reply] { ReplyOrExplain(reply, exchange); });
 }
 
-void HttpApi::SessionStop(const httplib::Request& request, httplib::Response& response) {
-    const Json body = ParseBody(request);
-    const Refusal refusal = sessions_.Stop(Text(body, "session_id"), Text(body, "access_key"));
-    if (refusal != Refusal::None) {
-        return Refuse(response, refusal);
-    }
-    Answer(response, Json::object());
+void HttpApi::SessionStop(const HttpRequest& request, const HttpServer::Reply& reply) {
+    const RequestFields body(request.body);
+    const Refusal refusal =
+        sessions_.Stop(body.Text("session_id"), HashOf(body.Text("access_key")));
+    reply(refusal == Refusal::None ? Answer(Json::object()) : Refuse(refusal, request));
 }
 
 } // namespace service

@@ -2,65 +2,83 @@
 // calls of the rooms behind it and their answers into JSON; decides nothing itself.
 #pragma once
 
+#include "http_server.h"
+#include "refusal.h"
+#include "refused_keys.h"
+#include "work_queue.h"
+
+#include <array>
 #include <atomic>
 #include <cstddef>
-#include <filesystem>
-#include <memory>
+#include <cstdint>
 #include <optional>
 #include <string>
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-} // namespace httplib
+#include <vector>
 
 namespace service {
 
-class Accounts;
+class Ledger;
 class Sessions;
 
-struct TlsFiles {
-    std::filesystem::path certificate;
-    std::filesystem::path key;
+struct RefusalCount {
+    const char* reason;
+    std::uint64_t count;
 };
 
 class HttpApi {
 public:
-    // The rooms outlive this one. `connections` is how many are served at the same time: one that
-    // is kept alive holds a thread, also while its client is silent. Throws when the TLS files
-    // cannot be used.
-    HttpApi(Accounts& accounts, Sessions& sessions, const std::optional<TlsFiles>& tls,
-            std::size_t connections);
+    // The rooms outlive this one. `sessionsAtOnce` is how many exchanges are worked on at the same
+    // time. Throws when the TLS files cannot be used.
+    HttpApi(Ledger& ledger, Sessions& sessions, const std::optional<TlsFiles>& tls,
+            std::size_t sessionsAtOnce, const HttpLimits& limits = {});
     HttpApi(const HttpApi&) = delete;
     HttpApi& operator=(const HttpApi&) = delete;
-    ~HttpApi();
+    ~HttpApi() = default;
 
     // Takes the port, any free one for 0, and gives its number; from here on clients can connect.
     // Throws when the port cannot be had.
-    int Bind(const std::string& address, int port);
+    int Bind(const std::string& address, int port) { return server_.Bind(address, port); }
 
-    // Serves until `Stop`; false when accepting clients has failed.
-    bool Serve();
+    // Serves on this thread until `Stop`.
+    void Serve() { server_.Serve(); }
 
-    // From another thread than `Serve`'s, which has been called or is about to be; cuts all
-    // connections.
-    void Stop();
+    // The operations below are for any thread.
+    void Rebind(const std::string& address, int port) { server_.Rebind(address, port); }
+    void UseCertificate(const TlsFiles& tls) { server_.UseCertificate(tls); }
+    void SetSessionsAtOnce(std::size_t count) { exchanges_.SetThreads(count); } // never fewer
+    void StopAccepting() { server_.StopAccepting(); }
+    void Stop() { server_.Stop(); } // answers what has been asked, and cuts all connections
+
+    HttpFigures Figures() const { return server_.Figures(); }
+    std::vector<RefusalCount> Refusals() const;
+    void LogRefusedKeys() { refusedKeys_.LogAndForget(); } // those since the last call
 
 private:
-    void SetUpServer(std::size_t connections);
-    void SetUpAnswers();
+    using Operation = void (HttpApi::*)(const HttpRequest& request, const HttpServer::Reply& reply);
+    struct Entry;
 
-    void KeyStatus(const httplib::Request& request, httplib::Response& response);
-    void SessionStart(const httplib::Request& request, httplib::Response& response);
-    void SessionExchange(const httplib::Request& request, httplib::Response& response);
-    void SessionStop(const httplib::Request& request, httplib::Response& response);
+    void Route(HttpRequest request, HttpServer::Reply reply);
 
-    Accounts& accounts_;
+    // Each replies once, or throws.
+    void KeyStatus(const HttpRequest& request, const HttpServer::Reply& reply);
+    void SessionStart(const HttpRequest& request, const HttpServer::Reply& reply);
+    void SessionExchange(const HttpRequest& request, const HttpServer::Reply& reply);
+    void SessionStop(const HttpRequest& request, const HttpServer::Reply& reply);
+
+    HttpAnswer Refuse(Refusal refusal, const HttpRequest& request);
+    void Count(Refusal refusal, const HttpRequest& request);
+
+    Ledger& ledger_;
     Sessions& sessions_;
-    std::unique_ptr<httplib::Server> server_;
-    int port_ = 0;
-    std::atomic<bool> ended_ = false; // written by `Serve`'s thread, read by `Stop`'s
+    RefusedKeys refusedKeys_;
+    std::array<std::atomic<std::uint64_t>, kRefusals> refusals_{}; // by reason
+    HttpServer server_;
+    // Lanes, so that none of these waits behind another: what costs nothing, loading a decoder,
+    // decoding as people speak, and decoding of audio that comes faster than anybody speaks.
+    WorkQueue desk_;
+    WorkQueue starts_;
+    WorkQueue exchanges_;
+    WorkQueue ahead_;
 };
 
 } // namespace service

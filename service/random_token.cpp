@@ -4,6 +4,7 @@
 
 #include <array>
 #include <stdexcept>
+#include <string_view>
 
 namespace service {
 
@@ -13,13 +14,17 @@ std::string RandomToken() {
         throw std::runtime_error("the system gives no random numbers");
     }
 
+    return HexDigits(bytes);
+}
+
+std::string HexDigits(std::span<const unsigned char> bytes) {
     constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string token;
+    std::string text;
     for (const unsigned char byte : bytes) {
-        token += kDigits[byte >> 4U];
-        token += kDigits[byte & 15U];
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 15U];
     }
-    return token;
+    return text;
 }
 
 } // namespace service

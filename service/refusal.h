@@ -10,7 +10,13 @@ enum class Refusal {
     KeyDisabled,
     QuotaExceeded,
     SessionNotFound,
+    SessionBusy, // it is in another exchange
     NoDecoderFree,
+    Overloaded,  // exchanges take longer than their audio
+    CannotStore, // what would be used
+    Ending,      // the service is being stopped
 };
+
+constexpr int kRefusals = static_cast<int>(Refusal::Ending) + 1; // `None` included
 
 } // namespace service

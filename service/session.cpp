@@ -19,12 +19,18 @@ constexpr auto kPauseAfter = 150ms;
 constexpr auto kFinalAfter = 300ms;
 // Words change faster than anybody reads, and each change costs a translation.
 constexpr auto kPartialEvery = 200ms;
+// A client that brings much at once waits for its answers: what partials take is spared for finals.
+constexpr int kSlicesForPartial = 8;
+constexpr auto kPartialAtLeastEvery = 1000ms;
+// Others may have the chains in use. A partial that has to wait is old when it comes.
+constexpr auto kFinalPatience = 2000ms;
+constexpr auto kPartialPatience = 10ms;
 
 } // namespace
 
-Session::Session(DecoderLease decoder, Conversation conversation)
+Session::Session(DecoderLease decoder, Conversation conversation, ChainPool& chains)
     : conversation_(std::move(conversation)), recognizer_(std::move(decoder)),
-      translator_(conversation_) {}
+      translator_(conversation_, chains) {}
 
 std::vector<Caption> Session::Exchange(std::span<const std::int16_t> samples, Time now) {
     std::vector<Caption> captions;
@@ -34,7 +40,11 @@ std::vector<Caption> Session::Exchange(std::span<const std::int16_t> samples, Ti
         captions = Hear(samples);
         lastAudio_ = heardUntil_ = now;
     }
-    AddPartial(now, captions);
+    const std::chrono::milliseconds slice(samples.size() / (kSampleRate / 1000));
+    AddPartial(now,
+               std::clamp<std::chrono::milliseconds>(kSlicesForPartial * slice, kPartialEvery,
+                                                     kPartialAtLeastEvery),
+               captions);
     return captions;
 }
 
@@ -76,22 +86,28 @@ void Session::AddFinal(const std::string& words, std::vector<Caption>& captions)
     partialWords_.clear();
     const std::string original = Presentable(SpellEnglish(words));
     if (!original.empty()) { // noise that the decoder found no words in
-        captions.push_back({original, translator_.Translate(original), true});
+        captions.push_back(
+            {original, translator_.Translate(original, kFinalPatience).value_or(""), true});
     }
 }
 
-void Session::AddPartial(Time now, std::vector<Caption>& captions) {
-    if (now - lastPartial_ < kPartialEvery) {
+void Session::AddPartial(Time now, std::chrono::milliseconds every,
+                         std::vector<Caption>& captions) {
+    if (now - lastPartial_ < every) {
         return;
     }
     const std::string words = recognizer_.WordsSoFar();
     if (words.empty() || words == partialWords_) {
         return;
     }
+    const std::string original = Presentable(SpellEnglish(words));
+    auto translated = translator_.Translate(original, kPartialPatience);
+    if (!translated) {
+        return; // the next exchange tries again
+    }
     lastPartial_ = now;
     partialWords_ = words;
-    const std::string original = Presentable(SpellEnglish(words));
-    captions.push_back({original, translator_.Translate(original), false});
+    captions.push_back({original, std::move(*translated), false});
 }
 
 } // namespace service

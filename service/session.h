@@ -24,7 +24,7 @@ class Session {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    Session(DecoderLease decoder, Conversation conversation);
+    Session(DecoderLease decoder, Conversation conversation, ChainPool& chains);
 
     // Takes the audio that has come since the last call, none included, and gives what is new:
     // finals in the order of speech, then at most one partial.
@@ -39,7 +39,7 @@ private:
     std::vector<Caption> HearSilence(Time now);
     std::vector<Caption> Hear(std::span<const std::int16_t> samples);
     void AddFinal(const std::string& words, std::vector<Caption>& captions);
-    void AddPartial(Time now, std::vector<Caption>& captions);
+    void AddPartial(Time now, std::chrono::milliseconds every, std::vector<Caption>& captions);
 
     Conversation conversation_;
     Recognizer recognizer_;

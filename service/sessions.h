@@ -2,11 +2,13 @@
 // when an abandoned one ends. Knows nothing of HTTP or JSON.
 #pragma once
 
-#include "accounts.h"
 #include "decoder_pool.h"
+#include "ledger.h"
+#include "load.h"
 #include "refusal.h"
 #include "session.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -20,6 +22,19 @@
 
 namespace service {
 
+struct SessionLimits {
+    std::chrono::milliseconds withoutRequest = std::chrono::seconds(15);
+    std::chrono::milliseconds withoutAudio = std::chrono::minutes(5);
+};
+
+struct SessionFigures {
+    std::size_t sessions = 0;  // under way
+    std::uint64_t started = 0; // in all
+    double decodedSeconds = 0; // of audio, in all
+    double longestSeconds = 0; // from a turn to its answer, of late
+    bool canStore = true;
+};
+
 struct StartAnswer {
     Refusal refusal = Refusal::None;
     std::string sessionId;
@@ -32,46 +47,85 @@ struct ExchangeAnswer {
 };
 
 // Any thread calls any operation. Exchanges of different sessions run side by side, each on its
-// caller's thread; those of one session take turns.
+// caller's thread.
 class Sessions {
+private:
+    struct Live;
+
 public:
-    // Both rooms outlive this one. A session that nobody has spoken to for `idleLimit` is ended.
-    Sessions(Accounts& accounts, DecoderPool& decoders, std::chrono::milliseconds idleLimit);
+    // The right to a session's next exchange, held from the request to its answer.
+    class Turn {
+    public:
+        Turn() = default;
+        explicit Turn(Refusal refusal) : refusal_(refusal) {}
+        Turn(std::string id, std::shared_ptr<Live> live);
+        Turn(Turn&&) = default;
+        Turn& operator=(Turn&& other) noexcept;
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        ~Turn();
+
+        Refusal Refused() const { return refusal_; } // `None` for one that can be used
+
+    private:
+        friend class Sessions;
+        std::string id_;
+        std::shared_ptr<Live> live_;
+        Refusal refusal_ = Refusal::SessionNotFound;
+        std::chrono::steady_clock::time_point taken_ = std::chrono::steady_clock::now();
+        bool ahead_ = false; // waits behind others, which is no sign of load
+    };
+
+    // The rooms outlive this one.
+    Sessions(Ledger& ledger, DecoderPool& decoders, ChainPool& chains,
+             const SessionLimits& limits = {});
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
-    ~Sessions() = default;
+    ~Sessions();
 
-    StartAnswer Start(const std::string& key, const Conversation& conversation);
-    ExchangeAnswer Exchange(const std::string& id, const std::string& key,
-                            std::span<const std::int16_t> samples);
-    Refusal Stop(const std::string& id, const std::string& key);
+    // A key that has its number of sessions loses the one that has brought no audio for longest.
+    StartAnswer Start(const KeyHash& key, const Conversation& conversation);
+
+    Turn TakeTurn(const std::string& id, const KeyHash& key);
+
+    // With these samples the session has brought more audio than time has passed, so that others go
+    // first. To be asked once for each turn.
+    bool GoesAheadOfTime(Turn& turn, std::size_t samples);
+
+    // A turn that can be used. Of more audio than the key has left, the rest is not heard, and what
+    // was said so far comes as a final.
+    ExchangeAnswer Exchange(const Turn& turn, std::span<const std::int16_t> samples);
+
+    Refusal Stop(const std::string& id, const KeyHash& key);
+
+    // From now on nobody starts, and each session ends with its next exchange, which hands out the
+    // sentence in hand. Returns when all have ended, or after `patience`.
+    void EndAll(std::chrono::milliseconds patience);
+
+    SessionFigures Figures() const;
 
 private:
-    struct Live {
-        Live(std::string owner, DecoderLease decoder, const Conversation& conversation)
-            : key(std::move(owner)), session(std::move(decoder), conversation) {}
-
-        const std::string key;
-        Session::Time lastUse; // guarded by Sessions::mutex_
-        std::mutex busy;       // guards what follows; held for a whole exchange, so never taken
-                               // under mutex_
-        Session session;
-        std::size_t unbilledSamples = 0; // less than a millisecond
-    };
+    using Clock = std::chrono::steady_clock;
     using LiveMap = std::map<std::string, std::shared_ptr<Live>>;
 
-    std::shared_ptr<Live> Find(const std::string& id, const std::string& key);
-    bool End(const std::string& id, const std::string& key, const char* why);
-    void Bill(Live& live, std::size_t samples);
+    bool EndSilentOf(const KeyHash& key, std::int64_t allowed);
+    bool End(const std::string& id, const KeyHash& key, const char* why);
     void EndIdleSessions(const std::stop_token& stop);
 
-    Accounts& accounts_;
+    Ledger& ledger_;
     DecoderPool& decoders_;
-    const std::chrono::milliseconds idleLimit_;
+    ChainPool& chains_;
+    const SessionLimits limits_;
+    Load load_;
 
-    std::mutex mutex_; // guards live_; never held while a session is made, used or destroyed
+    std::mutex starting_;      // held for a whole start, so that no two count the same sessions
+    mutable std::mutex mutex_; // guards live_ and the times in it; never held while a session is
+                               // made, used or destroyed
     std::condition_variable_any wake_;
     LiveMap live_;
+    std::atomic<bool> ending_ = false;
+    std::atomic<std::uint64_t> started_ = 0;
+    std::atomic<std::uint64_t> decodedSamples_ = 0;
     std::jthread reaper_; // last: it ends before what it uses
 };
 

@@ -9,6 +9,8 @@
 namespace service {
 namespace {
 
+constexpr std::size_t kLongestLocale = 35; // as long as the longest language tag need be
+
 struct Route {
     std::string_view code;
     std::string_view locale; // empty: any
@@ -32,7 +34,7 @@ const Route* FindRoute(std::string_view code, std::string_view locale) {
 
 // Any English: the locale goes back to the client with every caption, so its form is checked.
 bool IsEnglish(std::string_view locale) {
-    return (locale == "en" || locale.starts_with("en-")) &&
+    return (locale == "en" || locale.starts_with("en-")) && locale.size() <= kLongestLocale &&
            std::ranges::all_of(locale, [](unsigned char character) {
                return character == '-' || std::isalnum(character) != 0;
            });
@@ -43,31 +45,38 @@ bool IsEnglish(std::string_view locale) {
 std::optional<Conversation> AgreeOn(const ClientLanguage& a, const ClientLanguage& b) {
     const ClientLanguage& spoken = IsEnglish(a.locale) ? a : b;
     const ClientLanguage& target = IsEnglish(a.locale) ? b : a;
-    if (!IsEnglish(spoken.locale) || FindRoute(target.code, target.locale) == nullptr) {
+    if (!IsEnglish(spoken.locale) || target.locale.size() > kLongestLocale ||
+        FindRoute(target.code, target.locale) == nullptr) {
         return std::nullopt;
     }
     return Conversation{spoken.locale, target.locale, target.code};
 }
 
-Translator::Translator(const Conversation& conversation) {
+Translator::Translator(const Conversation& conversation, ChainPool& chains) : chains_(chains) {
     const Route* const route = FindRoute(conversation.targetCode, conversation.targetLocale);
     if (route == nullptr) {
         return;
     }
     for (const std::string_view mode : {route->first, route->second}) {
         if (!mode.empty()) {
-            chains_.push_back(std::make_unique<ApertiumChain>(std::string(mode)));
+            modes_.emplace_back(mode);
+            chains_.Prepare(modes_.back());
         }
     }
 }
 
-std::string Translator::Translate(const std::string& english) {
-    if (chains_.empty()) {
-        return {};
+std::optional<std::string> Translator::Translate(const std::string& english,
+                                                 std::chrono::milliseconds patience) {
+    if (modes_.empty()) {
+        return std::string();
     }
     std::string text = english;
-    for (const auto& chain : chains_) {
-        text = chain->Translate(text);
+    for (const std::string& mode : modes_) {
+        std::optional<std::string> translation = chains_.Translate(mode, text, patience);
+        if (!translation) {
+            return std::nullopt;
+        }
+        text = std::move(*translation);
     }
     return CapitalizeFirst(Presentable(text));
 }

@@ -2,9 +2,9 @@
 // reaches each. Knows nothing of audio or sessions.
 #pragma once
 
-#include "apertium_chain.h"
+#include "chain_pool.h"
 
-#include <memory>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,17 +29,20 @@ struct Conversation {
 // or the other one cannot be translated into.
 std::optional<Conversation> AgreeOn(const ClientLanguage& a, const ClientLanguage& b);
 
-// Used by one thread at a time.
+// One conversation's way through chains that it shares with others. Used by one thread at a time.
 class Translator {
 public:
-    // Starts the chains that the conversation needs.
-    explicit Translator(const Conversation& conversation);
+    // Sees to the chains that the conversation needs; the pool outlives this.
+    Translator(const Conversation& conversation, ChainPool& chains);
 
-    // A presentable translation, or an empty text when there is none.
-    std::string Translate(const std::string& english);
+    // A presentable translation, empty when there is none; nothing when others had all chains in
+    // use for so long.
+    std::optional<std::string> Translate(const std::string& english,
+                                         std::chrono::milliseconds patience);
 
 private:
-    std::vector<std::unique_ptr<ApertiumChain>> chains_; // in the order in which a text runs
+    ChainPool& chains_;
+    std::vector<std::string> modes_; // in the order in which a text runs through them
 };
 
 } // namespace service

@@ -56,6 +56,12 @@ TEST(CertificateTest, AGoodSetIsKeptAndADamagedOneReplacedAsAWhole) {
     const CertificateFiles files = CertificateFilesIn(folder.Path());
     const CertificateFiles foreign = CertificateFilesIn(other.Path());
 
+    const auto left = TimeLeft(files.server);
+    ASSERT_TRUE(left);
+    EXPECT_GT(*left, std::chrono::hours(24 * 365 * 4));
+    EXPECT_LT(*left, std::chrono::hours(24 * 366 * 5));
+    EXPECT_FALSE(TimeLeft(files.key));
+
     const std::string before = Content(files.server);
     fs::permissions(files.key, fs::perms::all);
     EXPECT_EQ(EnsureCertificate(folder.Path()), CertificateState::Kept);

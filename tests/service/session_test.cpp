@@ -17,7 +17,8 @@ constexpr std::size_t kSliceSamples = kSampleRate / 10;
 // A client that sends slices while there is speech and empty exchanges while there is none.
 class Client {
 public:
-    explicit Client(DecoderPool& pool) : session_(pool.Acquire(), {"en-US", "es-ES", "es"}) {}
+    explicit Client(DecoderPool& pool)
+        : session_(pool.Acquire(), {"en-US", "es-ES", "es"}, chains_) {}
 
     void Speak(std::span<const std::int16_t> samples) {
         while (!samples.empty()) {
@@ -55,6 +56,7 @@ public:
     const std::vector<Caption>& Captions() const { return captions_; }
 
 private:
+    ChainPool chains_;
     Session session_;
     Session::Time now_{};
     std::vector<Caption> captions_;

@@ -1,11 +1,14 @@
-// Pure text: Base64, spelling, what may go out to a client, the command line's options.
+// Pure text: Base64, spelling, what may go out to a client, the command line's options, the log.
 #include "base64.h"
 #include "caption_text.h"
 #include "command_line.h"
+#include "refused_keys.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <string>
 
 namespace service {
 namespace {
@@ -83,6 +86,23 @@ TEST(CommandLine, TakesValuesInBothFormsAndRefusesWhatItDoesNotKnow) {
     for (const char* const number : {"", "-1", "65536", "80x", "99999999999999999999"}) {
         EXPECT_THROW(ParseNumber("--port", number, 0, 65'535), UsageError) << number;
     }
+}
+
+TEST(RefusedKeysTest, TheBusiestAddressesGetALineEachAndTheOthersOneTogether) {
+    RefusedKeys refused;
+    for (int i = 0; i < 3000; ++i) {
+        refused.Count("10.0." + std::to_string(i / 200) + "." + std::to_string(i % 200));
+    }
+    for (int i = 0; i < 7; ++i) {
+        refused.Count("10.0.0.1");
+    }
+    testing::internal::CaptureStderr();
+    refused.LogAndForget();
+    refused.LogAndForget();
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::ranges::count(log, '\n'), 11) << log;
+    EXPECT_NE(log.find("refused keys from 10.0.0.1: 8\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("refused keys from other addresses: 2990\n"), std::string::npos) << log;
 }
 
 } // namespace

@@ -5,9 +5,15 @@
 
 #include <array>
 #include <csignal>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
 
 namespace service {
 namespace {
+
+using namespace std::chrono_literals;
 
 TEST(AgreeOnTest, EnglishMayBeEitherLanguageAndTheOtherMustBeOnOffer) {
     struct Case {
@@ -25,6 +31,8 @@ TEST(AgreeOnTest, EnglishMayBeEitherLanguageAndTheOtherMustBeOnOffer) {
         Case{{"english", "en"}, {"fr-FR", "fr"}, nullptr},
         Case{{"en-\"}", "en"}, {"fr-FR", "fr"}, nullptr},
         Case{{"", ""}, {"", ""}, nullptr},
+        Case{{"en-" + std::string(33, 'x'), "en"}, {"fr-FR", "fr"}, nullptr},
+        Case{{"en", "en"}, {std::string(36, 'f'), "fr"}, nullptr},
     };
     for (const Case& sample : cases) {
         const auto conversation = AgreeOn(sample.a, sample.b);
@@ -50,9 +58,10 @@ TEST(TranslatorTest, EveryLanguageOnOfferIsReached) {
         Case{"fr", "fr-FR", "Nous sommes en train d'aller à la maison"},
         Case{"it", "it-IT", "Stiamo andando alla casa"},
     };
+    ChainPool chains;
     for (const Case& sample : kCases) {
-        Translator translator({"en-US", sample.locale, sample.code});
-        EXPECT_EQ(translator.Translate("We are going to the house"), sample.translation)
+        Translator translator({"en-US", sample.locale, sample.code}, chains);
+        EXPECT_EQ(translator.Translate("We are going to the house", 5s), sample.translation)
             << sample.locale;
     }
 }
@@ -88,6 +97,37 @@ TEST(ApertiumChainTest, AStuckStageHoldsNobodyUpForLong) {
     EXPECT_EQ(chain.Translate("tree"), "");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
     EXPECT_EQ(chain.Translate("house"), "Casa") << "an answer that came too late was taken";
+}
+
+TEST(ChainPoolTest, ManyAtOnceShareFewChainsAndEachGetsItsOwnText) {
+    ChainPool chains(2);
+    chains.Prepare("eng-spa");
+    EXPECT_THROW(chains.Prepare("eng-xyz"), std::runtime_error);
+    EXPECT_THROW(chains.Translate("eng-xyz", "house", 1s), std::runtime_error);
+    constexpr std::array kWords = {std::pair{"house", "Casa"}, std::pair{"tree", "Árbol"},
+                                   std::pair{"dog", "Perro"}, std::pair{"water", "Agua"}};
+    std::array<std::jthread, kWords.size()> threads;
+    for (std::size_t i = 0; i < threads.size(); ++i) {
+        threads[i] = std::jthread([&chains, word = kWords[i]] {
+            for (int time = 0; time < 25; ++time) {
+                EXPECT_EQ(chains.Translate("eng-spa", word.first, 5s), word.second);
+            }
+        });
+    }
+}
+
+TEST(ChainPoolTest, WhoCannotWaitGetsNothingWhileOthersHaveAllChains) {
+    ChainPool chains(1);
+    std::jthread other([&] { // long enough to be met at its work
+        chains.Translate("eng-spa", std::string(20'000, 'x') + " house", 5s);
+    });
+    std::optional<std::string> translation = "";
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (translation && std::chrono::steady_clock::now() < deadline) {
+        translation = chains.Translate("eng-spa", "tree", 0ms);
+    }
+    EXPECT_FALSE(translation);
+    EXPECT_EQ(chains.Translate("eng-spa", "tree", 5s), "Árbol");
 }
 
 } // namespace
