@@ -93,7 +93,7 @@ start_service() {
     if [ ! -f "$1/accounts.db" ]; then
         say "Making a certificate and an access key for the translation service"
         "$service" certificate "$1" >/dev/null
-        "$service" keys add "$2" --unlimited --database "$1/accounts.db" >/dev/null
+        "$service" keys add "$2" --unlimited --sessions 4 --database "$1/accounts.db" >/dev/null
     fi
     say "Starting the translation service"
     rm -f "$private/service.log" # a former one's would end the wait below

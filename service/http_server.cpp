@@ -56,8 +56,7 @@ constexpr auto kSameLogEvery = 60s;
 
 using Done = std::function<void(const Error&, std::size_t)>;
 
-// ---- TLS
-// -----------------------------------------------------------------------------------------
+// ---- TLS ----------------------------------------------------------------------------------------
 
 std::string OpensslReason() {
     const unsigned long code = ERR_get_error();
@@ -96,8 +95,7 @@ std::shared_ptr<asio::ssl::context> MakeTls(const TlsFiles& files) {
     return tls;
 }
 
-// ---- One way to read and write, with TLS or without
-// ----------------------------------------------
+// ---- One way to read and write, with TLS or without ---------------------------------------------
 
 class Transport {
 public:
@@ -143,8 +141,7 @@ private:
     asio::ssl::stream<tcp::socket&> stream_;
 };
 
-// ---- Texts
-// ---------------------------------------------------------------------------------------
+// ---- Texts --------------------------------------------------------------------------------------
 
 struct Fault {
     int status;
@@ -192,8 +189,7 @@ std::string NeighbourOf(const asio::ip::address& address) {
 
 } // namespace
 
-// ---- A connection
-// --------------------------------------------------------------------------------
+// ---- A connection -------------------------------------------------------------------------------
 
 namespace {
 
@@ -422,8 +418,7 @@ private:
 
 } // namespace
 
-// ---- The server
-// ----------------------------------------------------------------------------------
+// ---- The server ---------------------------------------------------------------------------------
 
 class HttpServer::Core : private Surroundings {
 public:

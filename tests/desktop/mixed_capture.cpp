@@ -369,10 +369,17 @@ bool MeasureCost(const Options& options) {
     return true;
 }
 
+// In pieces: whoever plays it need not wait until all of it is made.
 bool WriteHiss(const Options& options) {
-    const std::vector<float> noise =
-        Hiss(std::stod(options.at("--rms")), std::stod(options.at("--seconds")), kRate, 2);
-    return std::fwrite(noise.data(), sizeof noise[0], noise.size(), stdout) == noise.size();
+    constexpr double kPiece = 0.1; // seconds
+    const double rms = std::stod(options.at("--rms"));
+    const auto pieces = static_cast<unsigned>(std::stod(options.at("--seconds")) / kPiece);
+    bool written = true;
+    for (unsigned piece = 0; written && piece < pieces; ++piece) {
+        const std::vector<float> noise = Hiss(rms, kPiece, kRate, 2, piece);
+        written = std::fwrite(noise.data(), sizeof noise[0], noise.size(), stdout) == noise.size();
+    }
+    return written;
 }
 
 } // namespace

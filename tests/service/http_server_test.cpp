@@ -221,8 +221,7 @@ TEST_F(HttpServerTest, TheManyConnectionsOfOneGiveWayToOthers) {
     }
 }
 
-// ---- TLS
-// -----------------------------------------------------------------------------------------
+// ---- TLS ----------------------------------------------------------------------------------------
 
 TlsFiles MakeTlsFiles(const std::filesystem::path& folder) {
     EnsureCertificate(folder);

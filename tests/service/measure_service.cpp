@@ -49,8 +49,7 @@ constexpr const char* kSpeechKey = "key-of-speaker-number-";
 constexpr const char* kNewcomersKey = "key-of-the-newcomers";
 constexpr const char* kFloodersKey = "key-of-the-flooders-";
 
-// ---- The service
-// ---------------------------------------------------------------------------------
+// ---- The service --------------------------------------------------------------------------------
 
 class Service {
 public:
@@ -190,8 +189,7 @@ private:
     int port_ = 0;
 };
 
-// ---- Times
-// ---------------------------------------------------------------------------------------
+// ---- Times --------------------------------------------------------------------------------------
 
 class Times {
 public:
@@ -226,8 +224,7 @@ private:
     std::atomic<int> failures_ = 0;
 };
 
-// ---- Those who use it
-// ----------------------------------------------------------------------------
+// ---- Those who use it ---------------------------------------------------------------------------
 
 std::string Base64(std::span<const std::int16_t> samples) {
     std::string text(samples.size_bytes() / 3 * 4 + 5, '\0'); // with the terminating zero
@@ -347,8 +344,7 @@ void ComeAndGo(const Service& service, Clock::time_point end, Times& times) {
     }
 }
 
-// ---- Those who want to shut them out
-// -------------------------------------------------------------
+// ---- Those who want to shut them out ------------------------------------------------------------
 
 FileDescriptor Dial(int port) {
     FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -486,8 +482,7 @@ void Rush(const Service& service, std::span<const std::int16_t> speech, Clock::t
     }
 }
 
-// ---- Requests that are nearly right
-// --------------------------------------------------------------
+// ---- Requests that are nearly right -------------------------------------------------------------
 
 class Mutator {
 public:
@@ -608,8 +603,7 @@ void SendMutants(int port, unsigned int seed, std::size_t count, Clock::time_poi
     }
 }
 
-// ---- Measurements
-// --------------------------------------------------------------------------------
+// ---- Measurements -------------------------------------------------------------------------------
 
 Clock::time_point After(int seconds) {
     return Clock::now() + std::chrono::seconds(seconds);
