@@ -8,8 +8,9 @@
 namespace {
 
 // Half the time from one packet to the next, which is 10 ms on most systems: one of the two sources
-// is never more than that behind the other.
-constexpr DWORD kRoundPauseMs = 5;
+// is never more than that behind the other. And a millisecond for what either comes late: without
+// it every tenth sum is torn where they are just that far apart, and more on a busy machine.
+constexpr DWORD kRoundPauseMs = 6;
 
 StreamParts PartsOf(CaptureStream& stream) {
     return {stream.device, stream.client, stream.capture, stream.event, stream.fmt, stream.isFloat};
