@@ -417,6 +417,18 @@ private:
     std::mt19937 random_{1};
 };
 
+struct LeastAdded {
+    double atEveryPhase;
+    double onAverage;
+};
+// Sanitizers slow every step down, and their tests run beside others: what is looked for there are
+// races, and that nothing is merely appended.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr LeastAdded kLeastAdded{0.3, 0.5};
+#else
+constexpr LeastAdded kLeastAdded{0.85, 0.97};
+#endif
+
 TEST_F(MixedPhases, AreAddedWhateverTheyAre) {
     constexpr int kPhases = 10;
     double sum = 0;
@@ -427,10 +439,10 @@ TEST_F(MixedPhases, AreAddedWhateverTheyAre) {
             part = PartAdded(std::chrono::milliseconds(phase));
         }
         std::sort(parts.begin(), parts.end());
-        EXPECT_GE(parts[1], 0.85) << phase << " ms apart";
+        EXPECT_GE(parts[1], kLeastAdded.atEveryPhase) << phase << " ms apart";
         sum += parts[1];
     }
-    EXPECT_GE(sum / kPhases, 0.97);
+    EXPECT_GE(sum / kPhases, kLeastAdded.onAverage);
 }
 
 TEST_F(Capture, MixedModeStartsWholeOrNotAtAll) {

@@ -35,7 +35,7 @@ public:
     // Opens a stream that is stopped. Null when the device or the server is gone.
     static std::shared_ptr<CaptureStream> Open(std::shared_ptr<ServerConnection> connection,
                                                const Endpoint& endpoint, std::size_t slackPackets);
-    ~CaptureStream();
+    ~CaptureStream() override;
     CaptureStream(const CaptureStream&) = delete;
     CaptureStream& operator=(const CaptureStream&) = delete;
 

@@ -42,6 +42,7 @@ bool ParseEndpointId(LPCWSTR id, EDataFlow& flow, std::string& name) {
 
 void NumberEqualDescriptions(std::vector<Endpoint>& endpoints) {
     std::vector<Endpoint*> byName;
+    byName.reserve(endpoints.size());
     for (Endpoint& endpoint : endpoints) {
         byName.push_back(&endpoint);
     }
@@ -50,7 +51,8 @@ void NumberEqualDescriptions(std::vector<Endpoint>& endpoints) {
     std::set<std::string> taken{std::string(kDefaultDescription)};
     for (Endpoint* const endpoint : byName) {
         const std::string description = endpoint->description;
-        for (int number = 2; !taken.insert(endpoint->description).second; ++number) {
+        for (int number = 2; !description.empty() && !taken.insert(endpoint->description).second;
+             ++number) {
             endpoint->description = std::to_string(number) + "- " + description;
         }
     }

@@ -45,13 +45,12 @@ struct Devices {
 // Who wants to know of new defaults; told on the loop's thread, under its lock.
 class DeviceListener {
 public:
-    virtual void OnDevices(const Devices& devices) = 0;
-
-protected:
     DeviceListener() = default;
-    ~DeviceListener() = default;
-    DeviceListener(const DeviceListener&) = default;
-    DeviceListener& operator=(const DeviceListener&) = default;
+    virtual ~DeviceListener() = default;
+    DeviceListener(const DeviceListener&) = delete;
+    DeviceListener& operator=(const DeviceListener&) = delete;
+
+    virtual void OnDevices(const Devices& devices) = 0;
 };
 
 // One context with its main loop thread, shared by the enumerators, their devices and their
