@@ -11,10 +11,11 @@ namespace {
 constexpr std::uint32_t kPacketsPerSecond = 100;
 // Packets to a fragment, which the server delivers at a time. PulseAudio delivers what it has
 // anyway when a device wakes up; smaller fragments cost wake-ups and gain little there. PipeWire
-// works in blocks of a power of two frames and waits until a whole fragment is together: at 20 ms a
-// sample takes longer than 30 ms.
+// takes the fragment for a wish and runs every device and program in the greatest power of two
+// frames that fits into the least of all wishes: less than 30 ms would hurry all that plays, and on
+// a busy machine it then loses whole blocks, of what others play as well.
 constexpr std::size_t kPulseAudioFragment = 2;
-constexpr std::size_t kPipeWireFragment = 1;
+constexpr std::size_t kPipeWireFragment = 3;
 // Silence is handed on 60 ms at a time: nobody hears it late, and every wake-up that it does
 // without is one that the processor sleeps through. More would make a reader that is to stop notice
 // it later, since it may look at nothing else meanwhile.
