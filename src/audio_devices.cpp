@@ -6,9 +6,7 @@
 #include "com_ref.h"
 
 #include <windows.h>
-
 #include <initguid.h>
-
 #include <audioclient.h>
 #include <functiondiscoverykeys_devpkey.h>
 #include <mmdeviceapi.h>

@@ -8,7 +8,6 @@
 #include "wide_text.h"
 
 #include <windows.h>
-
 #include <audioclient.h>
 #include <avrt.h>
 #include <mmdeviceapi.h>

@@ -1,6 +1,5 @@
 // The popup's lists of audio devices.
 #include "config_popup.h"
-
 #include "device_labels.h"
 #include "stored_values.h"
 

@@ -1,6 +1,5 @@
 // The popup's looks: the card itself, the state of the key, and the buttons.
 #include "config_popup.h"
-
 #include "config_popup_ids.h"
 #include "config_popup_layout.h"
 #include "dpi.h"

@@ -5,9 +5,7 @@
 #include "wide_text.h"
 
 #include <windows.h>
-
 #include <objbase.h>
-
 #include <gdiplus.h>
 
 #include <memory>

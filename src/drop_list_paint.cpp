@@ -1,8 +1,7 @@
 // The drop-down list's looks: the closed control's face and the open list.
-#include "drop_list.h"
-
 #include "dpi.h"
 #include "drawing.h"
+#include "drop_list.h"
 #include "popup_colours.h"
 
 using namespace Gdiplus;

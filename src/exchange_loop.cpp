@@ -1,7 +1,6 @@
 // The live path of a session: audio goes out in slices and results come back, one request at a
 // time, on a thread of its own.
 #include "azure_translator.h"
-
 #include "base64.h"
 #include "debug_trace.h"
 #include "json_scanner.h"

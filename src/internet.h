@@ -5,7 +5,6 @@
 #include "wide_text.h"
 
 #include <windows.h>
-
 #include <winhttp.h>
 
 #include <optional>

@@ -2,11 +2,10 @@
 #include "overlay_window.h"
 
 #include <windows.h>
-
+#include <objbase.h>
 #include <commctrl.h>
 #include <fcntl.h>
 #include <io.h>
-#include <objbase.h>
 
 #include <cstdio>
 #include <memory>

@@ -1,7 +1,6 @@
 // The mixed mode: two reading threads with a queue each, and one that adds what has arrived. The
 // sources are joined by arrival alone; neither waits for the other.
 #include "audio_capture.h"
-
 #include "debug_trace.h"
 #include "thread_start.h"
 

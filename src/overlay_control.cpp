@@ -1,7 +1,6 @@
 // When a run begins and ends, which sound feeds it, and what the status line says at every step.
-#include "overlay_window.h"
-
 #include "debug_trace.h"
+#include "overlay_window.h"
 #include "stored_values.h"
 #include "thread_start.h"
 

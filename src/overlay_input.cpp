@@ -1,8 +1,7 @@
 // The pointer on the overlay: one left button that presses toolbar buttons, scrolls, resizes and
 // moves the window, and the tooltip. Asks the last paint's geometry where things are.
-#include "overlay_window.h"
-
 #include "dpi.h"
+#include "overlay_window.h"
 #include "stored_values.h"
 
 #include <algorithm>

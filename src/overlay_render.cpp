@@ -1,8 +1,7 @@
 // The overlay's picture: header, status line and captions, painted as a whole and handed to the
 // layered window. Leaves the geometry behind that pointer input asks for.
-#include "overlay_window.h"
-
 #include "dpi.h"
+#include "overlay_window.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <windows.h>
-
 #include <objbase.h>
-
 #include <gdiplus.h>
 
 inline constexpr Gdiplus::ARGB kSurfaceColour = 0xFF121220;

@@ -9,7 +9,9 @@
 #include "support/sound_server.h"
 
 #include <audioclient.h>
+#include <gtest/gtest.h>
 #include <ksmedia.h>
+#include <malloc.h>
 #include <mmdeviceapi.h>
 
 #include <algorithm>
@@ -29,9 +31,6 @@
 #include <tuple>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <malloc.h>
 
 namespace {
 

@@ -1,5 +1,4 @@
 #include "accounts.h"
-
 #include "file_descriptor.h"
 #include "scratch_folder.h"
 

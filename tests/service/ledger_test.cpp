@@ -1,6 +1,5 @@
 // Billing in memory: exact, whatever becomes of the file meanwhile.
 #include "ledger.h"
-
 #include "scratch_folder.h"
 
 #include <gtest/gtest.h>

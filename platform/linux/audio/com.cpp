@@ -1,10 +1,10 @@
 // COM's base services: class objects, task memory, property values. Knows of the sound classes
 // only how the enumerator is made.
-#include <objbase.h>
-#include <propidl.h>
-
 #include "audio/com_object.h"
 #include "audio/device_enumerator.h"
+
+#include <objbase.h>
+#include <propidl.h>
 
 #include <algorithm>
 #include <cstdlib>

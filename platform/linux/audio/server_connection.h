@@ -5,6 +5,8 @@
 #include "audio/endpoint.h"
 #include "audio/lockstep.h"
 
+#include <pulse/pulseaudio.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -12,8 +14,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <pulse/pulseaudio.h>
 
 namespace audio {
 

@@ -6,12 +6,12 @@
 #include "process/handle.h"
 #include "process/last_error.h"
 
-#include <cerrno>
-#include <string>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <string>
 
 namespace files {
 namespace {

@@ -2,7 +2,9 @@
 
 #include "files/paths.h"
 
+#include <pwd.h>
 #include <shlobj.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,9 +12,6 @@
 #include <optional>
 #include <string_view>
 #include <vector>
-
-#include <pwd.h>
-#include <unistd.h>
 
 namespace files {
 namespace {

@@ -1,12 +1,12 @@
 // The WinHTTP calls: handles, arguments and wide text, in front of Session, Connection and Request.
 // Knows nothing of the wire.
-#include <winhttp.h>
-
 #include "http/connection.h"
 #include "http/request.h"
 #include "http/session.h"
 #include "http/url.h"
 #include "text/utf.h"
+
+#include <winhttp.h>
 
 #include <algorithm>
 #include <csignal>

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <windef.h>
-
 #include <wingdi.h>
 
 using LANGID = WORD;

@@ -8,10 +8,9 @@
 #include "painting/numbers.h"
 #include "painting/picture.h"
 
-#include <wingdi.h>
-
 #include <QApplication>
 #include <QScreen>
+#include <wingdi.h>
 
 #include <utility>
 

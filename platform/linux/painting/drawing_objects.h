@@ -1,12 +1,11 @@
 // What GDI+ draws with: brushes, pens and paths. Knows nothing of pictures.
 #pragma once
 
-#include <gdiplus.h>
-
 #include <QBrush>
 #include <QColor>
 #include <QPainterPath>
 #include <QPen>
+#include <gdiplus.h>
 
 namespace painting {
 

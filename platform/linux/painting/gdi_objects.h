@@ -4,9 +4,8 @@
 #include "painting/fonts.h"
 #include "painting/surface.h"
 
-#include <wingdi.h>
-
 #include <QColor>
+#include <wingdi.h>
 
 #include <memory>
 #include <optional>

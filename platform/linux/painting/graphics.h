@@ -3,9 +3,8 @@
 
 #include "painting/surface.h"
 
-#include <gdiplus.h>
-
 #include <QRectF>
+#include <gdiplus.h>
 
 #include <memory>
 #include <optional>

@@ -1,13 +1,12 @@
 // Where the process begins: what Windows sets up before it calls the program's wWinMain.
 #include <windows.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 

@@ -7,15 +7,15 @@
 #include "windowing/timers.h"
 #include "windowing/window_table.h"
 
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QTimer>
+
 #include <algorithm>
 #include <chrono>
 #include <iterator>
 #include <memory>
 #include <optional>
-
-#include <QAbstractEventDispatcher>
-#include <QCoreApplication>
-#include <QTimer>
 
 namespace windowing {
 

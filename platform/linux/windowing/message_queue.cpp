@@ -1,11 +1,11 @@
 #include "windowing/message_queue.h"
 
+#include <QAbstractEventDispatcher>
+
 #include <algorithm>
 #include <chrono>
 #include <memory>
 #include <utility>
-
-#include <QAbstractEventDispatcher>
 
 namespace windowing {
 
