@@ -193,8 +193,6 @@ void ServerConnection::SendQuestions() {
         if (info != nullptr) {
             self->arriving_.defaultSink = Text(info->default_sink_name);
             self->arriving_.defaultSource = Text(info->default_source_name);
-            self->arriving_.onPipeWire =
-                Text(info->server_name).find("PipeWire") != std::string::npos;
         }
         self->OnAnswerPart();
     };
