@@ -53,9 +53,14 @@ if(KELVARIN_TESTS)
         HEADERS <gtest/gtest.h> ${windows_headers} ${standard_headers}
         USERS kelvarin_overlay_tests kelvarin_tests kelvarin_http_tests kelvarin_sound_tests
               kelvarin_system_tests)
-    target_compile_options(kelvarin_tests PRIVATE -Wno-stringop-overflow) # likewise
     if(NOT WIN32)
         kelvarin_precompile(service_tests
             HEADERS <gtest/gtest.h> <gmock/gmock.h> <httplib.h> <nlohmann/json.hpp> ${standard_headers})
     endif()
+    # Likewise.
+    foreach(target kelvarin_tests service_tests)
+        if(TARGET ${target})
+            target_compile_options(${target} PRIVATE -Wno-stringop-overflow)
+        endif()
+    endforeach()
 endif()
