@@ -57,4 +57,10 @@ if(KELVARIN_TESTS)
         kelvarin_precompile(service_tests
             HEADERS <gtest/gtest.h> <gmock/gmock.h> <httplib.h> <nlohmann/json.hpp> ${standard_headers})
     endif()
+    # Likewise.
+    foreach(target kelvarin_tests service_tests)
+        if(TARGET ${target})
+            target_compile_options(${target} PRIVATE -Wno-stringop-overflow)
+        endif()
+    endforeach()
 endif()

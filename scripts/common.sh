@@ -78,7 +78,7 @@ build() {
     fi
 }
 
-# The version that CMake has found in the project; behind a build.
+# The version that CMake has found in the project; known after a build.
 built_version() { sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$root/build/$1/CMakeCache.txt"; }
 
 # The time that everything in a package gets, so that building the same sources again gives the same

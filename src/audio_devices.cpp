@@ -3,7 +3,7 @@
 #include "audio_devices.h"
 
 #include "audio_capture.h"
-#include "com_ref.h"
+#include "owner.h"
 
 #include <windows.h>
 #include <initguid.h>

@@ -3,7 +3,7 @@
 #include "audio/lockstep.h"
 #include "audio/packet_ring.h"
 #include "audio_capture.h"
-#include "com_ref.h"
+#include "owner.h"
 #include "support/environment_setting.h"
 #include "support/sound_player.h"
 #include "support/sound_server.h"

@@ -2,6 +2,7 @@
 // only how the enumerator is made.
 #include "audio/com_object.h"
 #include "audio/device_enumerator.h"
+#include "process/never_destroyed.h"
 
 #include <objbase.h>
 #include <propidl.h>
@@ -63,7 +64,7 @@ private:
 
 // Made at first use and never destroyed: class objects may outlive the static destructors.
 ClassTable& Classes() {
-    static ClassTable& table = *std::make_unique<ClassTable>().release();
+    static ClassTable& table = process::NeverDestroyed<ClassTable>();
     return table;
 }
 

@@ -64,7 +64,7 @@ public:
 
 private:
     // Takes the beginning of a text out again whose rest has found no room, unless someone else has
-    // written behind it. Returns what is left of it.
+    // written after it. Returns what is left of it.
     DWORD TakeBack(off_t before, DWORD written) {
         const bool ours = before >= 0 && written > 0 && Size() == before + off_t{written};
         return ours && ftruncate(descriptor_.Number(), before) == 0 ? 0 : written;

@@ -54,7 +54,7 @@ bool Skip(std::string_view& text, std::string_view expected) {
     return true;
 }
 
-// What stands between the quotes, with `\` taking the meaning of the character behind it. Nothing
+// What stands between the quotes, with `\` taking the meaning of the character after it. Nothing
 // when they are not closed.
 std::optional<std::string> QuotedText(std::string_view text) {
     if (!Skip(text, "\"")) {

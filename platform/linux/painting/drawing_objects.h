@@ -9,9 +9,9 @@
 
 namespace painting {
 
-class Filling {
+class Fill {
 public:
-    explicit Filling(const QBrush& brush);
+    explicit Fill(const QBrush& brush);
 
     const QBrush& Brush() const { return brush_; }
     // For a gradient only.

@@ -1,6 +1,7 @@
 #include "windowing/message_loop.h"
 
 #include "application/application.h"
+#include "process/never_destroyed.h"
 #include "windowing/input_queue.h"
 #include "windowing/message_queue.h"
 #include "windowing/painting_cycle.h"
@@ -33,7 +34,7 @@ struct Loop {
 
 // Never destroyed: its alarm would meet Qt's statics gone.
 Loop& TheLoop() {
-    static Loop& loop = *std::make_unique<Loop>().release();
+    static Loop& loop = process::NeverDestroyed<Loop>();
     return loop;
 }
 
