@@ -3,6 +3,7 @@
 #include "log.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <string>
 
@@ -159,7 +160,8 @@ void Ledger::KeepStoring(const std::stop_token& stop) {
         Store(false);
         lock.lock();
         std::erase_if(entries_, [](const auto& entry) {
-            return entry.second.pendingSamples == 0 && entry.second.storingMs == 0 &&
+            return std::abs(entry.second.pendingSamples) < kSamplesPerMs &&
+                   entry.second.storingMs == 0 &&
                    Clock::now() - entry.second.lastUse > kForgetAfter;
         });
     }

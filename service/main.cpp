@@ -32,12 +32,13 @@ kelvarin-service serve [--address ADDRESS] [--port PORT] [--database FILE]
     Serves until it gets SIGTERM or SIGINT. Says on standard output where it listens as soon as
     it does. ADDRESS is 127.0.0.1 and PORT 443 by default; port 0 takes a free one. --plain
     serves HTTP without TLS. COUNT sessions can run at the same time (4 by default), at about
-    95 MB of memory each and 100 MB for the translators that they share. The file of settings has
-    lines of ADDRESS, PORT, CERTIFICATE, KEY, DECODERS, METRICS_PORT, ACCOUNTS and INSTANCE, each
-    with = and a value; SIGHUP reads it and the certificate again. SIGUSR1 lets nobody start any
-    more, and the service ends with its last session. --metrics gives figures for Prometheus on a
-    port of 127.0.0.1. For several that serve together, URL is the accounts' database,
-    postgresql://..., in the place of FILE, and NAME becomes part of the sessions' ids.
+    95 MB of memory each, which is taken from the start on, and 100 MB for the translators that
+    they share. --metrics gives figures for Prometheus on a port of 127.0.0.1.
+    For several that serve together, URL is the accounts' database, postgresql://..., in the
+    place of FILE, and NAME becomes part of the sessions' ids.
+    The file of settings has lines of ADDRESS, PORT, CERTIFICATE, KEY, DECODERS, METRICS_PORT,
+    ACCOUNTS and INSTANCE, each with = and a value; SIGHUP reads it and the certificate again.
+    SIGUSR1 lets nobody start any more, and the service ends with its last session.
 
 kelvarin-service keys add [KEY] [--name NAME] [--unlimited | --seconds COUNT] [--sessions NUMBER]
     Makes an access key, or takes the one given (16 letters or more), and prints it: only now, as
