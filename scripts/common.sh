@@ -24,7 +24,7 @@ as_root() {
 # What each job needs of Debian, by package.
 build_packages=(
     ca-certificates cmake g++ libboost-dev libcap2-bin libcurl4-openssl-dev libpocketsphinx-dev
-    libpulse-dev libsphinxbase-dev libsqlite3-dev libssl-dev libxcb-shape0-dev libxcb1-dev
+    libpq-dev libpulse-dev libsphinxbase-dev libsqlite3-dev libssl-dev libxcb-shape0-dev libxcb1-dev
     ninja-build nlohmann-json3-dev pkg-config qt6-base-dev)
 service_packages=(
     apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-lex-tools apertium-spa-ita
@@ -39,7 +39,8 @@ screen_packages=(
     imagemagick openbox picom trayer x11-utils x11-xserver-utils xdotool xvfb)
 test_packages=(
     googletest libbenchmark-dev libcpp-httplib-dev libgmock-dev libgtest-dev libsamplerate0-dev
-    libspeexdsp-dev)
+    libspeexdsp-dev postgresql)
+cluster_packages=(haproxy postgresql)
 deb_packages=(appstream desktop-file-utils dpkg-dev file git)
 zip_packages=(binutils-mingw-w64-x86-64 g++-mingw-w64-x86-64-posix git icoutils unzip zip)
 clean_root_packages=(curl debootstrap iproute2 pocketsphinx-testdata procps systemd-container)

@@ -1,21 +1,16 @@
-// The access keys and their quotas, in one SQLite file. Of a key the file holds the hash and the
-// first letters, so that whoever reads the file has no key. Knows nothing of sessions or HTTP.
+// The access keys and their quotas: one face, whichever database keeps them. Of a key it holds the
+// hash and the first letters, so that whoever reads it has no key. Knows nothing of sessions or
+// HTTP.
 #pragma once
 
 #include "refusal.h"
 
-#include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <memory>
-#include <mutex>
 #include <optional>
-#include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
-
-struct sqlite3;
 
 namespace service {
 
@@ -34,9 +29,12 @@ struct Account {
     bool unlimited = false;
     std::int64_t initialMs = 0; // of audio, granted in all
     std::int64_t usedMs = 0;
-    std::int64_t sessions = 2; // at the same time
+    std::int64_t sessions = 2; // at the same time, on each computer that serves
+    std::int64_t heldMs = 0;   // of the quota, kept for now by others who serve the same key
 
-    std::int64_t RemainingMs() const { return initialMs > usedMs ? initialMs - usedMs : 0; }
+    std::int64_t RemainingMs() const {
+        return initialMs > usedMs + heldMs ? initialMs - usedMs - heldMs : 0;
+    }
 };
 
 struct ListedAccount {
@@ -46,7 +44,20 @@ struct ListedAccount {
 
 struct Usage {
     KeyHash key;
-    std::int64_t ms = 0; // of audio
+    std::int64_t ms = 0;     // of audio, used since the last bill
+    std::int64_t wantMs = 0; // to be kept for it until the next one, where others serve it too
+};
+
+// What one who serves has used in one go. Numbers rise.
+struct Bill {
+    std::uint64_t number = 0;
+    std::vector<Usage> usages; // by key, in ascending order, each key once
+};
+
+// The database cannot be reached, or cannot store.
+class AccountsFailure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 // Why audio of this account is not taken; `None` when it is.
@@ -58,49 +69,41 @@ bool IsUsableKey(std::string_view key);
 // What `keyStart` of an account shows of this key.
 std::string StartOf(std::string_view key);
 
-// Any thread; several processes may have the file open. Failures of the file are thrown as
-// std::runtime_error. What has been written survives the end of the process at any moment.
+// Any thread; several processes may work on the same accounts. What fails throws AccountsFailure.
+// What has been written survives the end of the process at any moment.
 class Accounts {
 public:
-    // Makes the file, readable by its owner alone, if there is none, and brings one of a former
-    // release to the present form. Writing waits for other processes for as long as `patience`.
-    explicit Accounts(const std::filesystem::path& file,
-                      std::chrono::milliseconds patience = std::chrono::seconds(5));
+    Accounts() = default;
+    Accounts(const Accounts&) = delete;
+    Accounts& operator=(const Accounts&) = delete;
+    virtual ~Accounts() = default;
 
-    // Waits for nobody who writes.
-    std::optional<Account> Find(const KeyHash& key);
+    // The accounts are of this computer: to find one takes so little that it need not be
+    // remembered.
+    virtual bool AreNear() const = 0;
 
-    std::vector<ListedAccount> List();
+    virtual std::optional<Account> Find(const KeyHash& key) = 0;
+
+    virtual std::vector<ListedAccount> List() = 0;
 
     // The key that is meant by its whole text, by its name or by its first letters as a list shows
     // them; nothing when there is none. Throws when there are several.
-    std::optional<KeyHash> Resolve(std::string_view text);
+    virtual std::optional<KeyHash> Resolve(std::string_view text) = 0;
 
     // The operations below give false when the key is already there, or not there.
-    bool Add(const KeyHash& key, const Account& account); // also when the name is taken
-    bool Remove(const KeyHash& key);
-    bool SetDisabled(const KeyHash& key, bool disabled);
-    bool SetSessions(const KeyHash& key, std::int64_t sessions);
-    bool Grant(const KeyHash& key, std::int64_t ms); // false for an unlimited key, too
-    bool GrantUnlimited(const KeyHash& key);
-    bool Limit(const KeyHash& key, std::int64_t ms); // so much is left from now on
+    virtual bool Add(const KeyHash& key, const Account& account) = 0; // also: the name is taken
+    virtual bool Remove(const KeyHash& key) = 0;
+    virtual bool SetDisabled(const KeyHash& key, bool disabled) = 0;
+    virtual bool SetSessions(const KeyHash& key, std::int64_t sessions) = 0;
+    virtual bool Grant(const KeyHash& key, std::int64_t ms) = 0; // also: the key is unlimited
+    virtual bool GrantUnlimited(const KeyHash& key) = 0;
+    virtual bool Limit(const KeyHash& key, std::int64_t ms) = 0; // so much is left from now on
 
-    // All or, when it throws, nothing. What keys have used that are no longer there is dropped.
-    void Charge(std::span<const Usage> usages);
-
-private:
-    struct CloseDatabase {
-        void operator()(sqlite3* database) const;
-    };
-    using Database = std::unique_ptr<sqlite3, CloseDatabase>;
-
-    static Database Open(const std::filesystem::path& file, std::chrono::milliseconds patience);
-
-    // Two connections, so that nobody who asks waits for a disk that is slow to store.
-    std::mutex readMutex_; // guards reader_; held for one statement
-    Database reader_;
-    std::mutex writeMutex_; // guards writer_; held for one transaction
-    Database writer_;
+    // One caller's. Stores all of a bill or nothing, and gives the accounts of its keys as they are
+    // then; keys that are no longer there are left out, and what they have used is dropped. When it
+    // throws, nobody may know which it was: the same bill is handed in again then, and counts once.
+    // A bill of nothing tells whether there is a connection.
+    virtual std::vector<ListedAccount> Settle(const Bill& bill) = 0;
 };
 
 } // namespace service

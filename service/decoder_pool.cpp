@@ -81,20 +81,45 @@ DecoderLease DecoderPool::Acquire(std::chrono::milliseconds wait) {
             return {};
         }
         ++inUse_;
-        if (!idle_.empty()) {
-            DecoderLease lease(idle_.back().release(), ReturnToPool(*this));
-            idle_.pop_back();
-            return lease;
-        }
     }
     try {
-        const std::lock_guard lock(loading_);
+        if (DecoderLease idle = TakeIdle()) {
+            return idle;
+        }
+        const std::lock_guard loading(loading_);
+        if (DecoderLease loaded = TakeIdle()) { // while this one waited
+            return loaded;
+        }
         return {std::make_unique<Decoder>().release(), ReturnToPool(*this)};
     } catch (...) {
         const std::lock_guard lock(mutex_);
         --inUse_;
         throw;
     }
+}
+
+DecoderLease DecoderPool::TakeIdle() {
+    const std::lock_guard lock(mutex_);
+    if (idle_.empty()) {
+        return {};
+    }
+    DecoderLease lease(idle_.back().release(), ReturnToPool(*this));
+    idle_.pop_back();
+    return lease;
+}
+
+bool DecoderPool::LoadOne() {
+    const std::lock_guard loading(loading_);
+    {
+        const std::lock_guard lock(mutex_);
+        if (inUse_ + idle_.size() >= capacity_) {
+            return false;
+        }
+    }
+    auto decoder = std::make_unique<Decoder>();
+    const std::lock_guard lock(mutex_);
+    idle_.push_back(std::move(decoder));
+    return true;
 }
 
 void DecoderPool::SetCapacity(std::size_t capacity) {

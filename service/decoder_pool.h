@@ -52,7 +52,7 @@ private:
 // The use of one decoder; the pool outlives it.
 using DecoderLease = std::unique_ptr<Decoder, ReturnToPool>;
 
-// Any thread may acquire and return. Decoders are loaded when first needed.
+// Any thread may acquire and return. Decoders are loaded when first needed, or beforehand.
 class DecoderPool {
 public:
     explicit DecoderPool(std::size_t capacity) : capacity_(capacity) {}
@@ -61,11 +61,16 @@ public:
     // cannot be loaded.
     DecoderLease Acquire(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
+    // Loads one that is still missing; false when there are as many as there may be. One alone at a
+    // time, so that a start never waits for more than one. Throws when it cannot be loaded.
+    bool LoadOne();
+
     // Of fewer than are in use, those who have one keep it.
     void SetCapacity(std::size_t capacity);
 
 private:
     friend class ReturnToPool;
+    DecoderLease TakeIdle(); // null: there is none
     void Return(Decoder* decoder);
 
     std::mutex mutex_; // guards what follows; never held while a decoder loads

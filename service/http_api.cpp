@@ -115,6 +115,8 @@ HttpAnswer AnswerException(const std::exception_ptr& exception) {
         std::rethrow_exception(exception);
     } catch (const BadRequest& fault) {
         return AnswerPlainly(400, fault.what());
+    } catch (const AccountsFailure&) { // the ledger has said so
+        return AnswerPlainly(503, "The service cannot read its accounts at the moment.");
     } catch (const std::exception& failure) {
         Log(std::string("error: ") + failure.what());
     } catch (...) {
@@ -150,7 +152,7 @@ struct HttpApi::Entry {
     std::string_view method;
     std::string_view path;
     Operation operation;
-    WorkQueue HttpApi::*lane;
+    WorkQueue HttpApi::*lane; // null: it takes no time and waits for nothing
 };
 
 void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
@@ -159,6 +161,7 @@ void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
         Entry{"POST", "/session/start", &HttpApi::SessionStart, &HttpApi::starts_},
         Entry{"POST", "/session/exchange", &HttpApi::SessionExchange, &HttpApi::exchanges_},
         Entry{"POST", "/session/stop", &HttpApi::SessionStop, &HttpApi::desk_},
+        Entry{"GET", "/health", &HttpApi::Health, nullptr},
     };
     const std::string_view target = request.target;
     const std::string_view path = target.substr(0, target.find('?'));
@@ -167,6 +170,9 @@ void HttpApi::Route(HttpRequest request, HttpServer::Reply reply) {
     });
     if (entry == kEntries.end()) {
         return reply(AnswerPlainly(404, "There is no such operation."));
+    }
+    if (entry->lane == nullptr) {
+        return (this->*entry->operation)(request, reply);
     }
     (this->*entry->lane)
         .Post([this, operation = entry->operation, request = std::move(request),
@@ -270,6 +276,13 @@ void HttpApi::SessionStop(const HttpRequest& request, const HttpServer::Reply& r
     const Refusal refusal =
         sessions_.Stop(body.Text("session_id"), HashOf(body.Text("access_key")));
     reply(refusal == Refusal::None ? Answer(Json::object()) : Refuse(refusal, request));
+}
+
+// Whether somebody new may come: what has been started goes on either way.
+void HttpApi::Health(const HttpRequest& /*request*/, const HttpServer::Reply& reply) {
+    const Refusal closed = sessions_.WhyClosed();
+    reply(closed == Refusal::None ? AnswerPlainly(200, "ready")
+                                  : AnswerPlainly(404, AnswerFor(closed).text));
 }
 
 } // namespace service

@@ -1,4 +1,5 @@
-// The service's face: the four operations of the protocol over HTTP or HTTPS. Turns requests into
+// The service's face: the four operations of the protocol over HTTP or HTTPS, and what those who
+// spread clients over several services ask for. Turns requests into
 // calls of the rooms behind it and their answers into JSON; decides nothing itself.
 #pragma once
 
@@ -64,6 +65,7 @@ private:
     void SessionStart(const HttpRequest& request, const HttpServer::Reply& reply);
     void SessionExchange(const HttpRequest& request, const HttpServer::Reply& reply);
     void SessionStop(const HttpRequest& request, const HttpServer::Reply& reply);
+    void Health(const HttpRequest& request, const HttpServer::Reply& reply);
 
     HttpAnswer Refuse(Refusal refusal, const HttpRequest& request);
     void Count(Refusal refusal, const HttpRequest& request);

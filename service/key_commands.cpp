@@ -1,7 +1,6 @@
 #include "key_commands.h"
 
-#include "accounts.h"
-#include "data_folder.h"
+#include "open_accounts.h"
 #include "random_token.h"
 
 #include <algorithm>
@@ -22,10 +21,6 @@ constexpr std::int64_t kMostSessions = 64;
 // Its hash is all that protects a key from who reads the accounts: it must not be guessed.
 constexpr std::size_t kShortestKey = 16;
 constexpr std::size_t kLongestName = 64;
-
-Accounts OpenAccounts(const CommandLine& line) {
-    return Accounts(AccountsFile(line));
-}
 
 // The word itself, or a line of the standard input, which neither `ps` nor a shell's history shows.
 std::string WordOrInput(const std::string& word) {
@@ -96,7 +91,7 @@ int AddKey(const CommandLine& line) {
     account.unlimited = !quota;
     account.initialMs = quota.value_or(0);
     account.sessions = SessionCount(line).value_or(account.sessions);
-    if (!OpenAccounts(line).Add(HashOf(key), account)) {
+    if (!OpenAccounts(line)->Add(HashOf(key), account)) {
         throw std::runtime_error("that key or that name is there already");
     }
     if (line.words.size() < 3 || line.words[2] != "-") {
@@ -106,7 +101,8 @@ int AddKey(const CommandLine& line) {
 }
 
 int ListKeys(const CommandLine& line) {
-    for (const auto& [key, account] : OpenAccounts(line).List()) {
+    const auto accounts = OpenAccounts(line);
+    for (const auto& [key, account] : accounts->List()) {
         std::cout << account.keyStart << "...  " << (account.disabled ? "disabled" : "enabled");
         if (account.unlimited) {
             std::cout << "  unlimited, ";
@@ -122,18 +118,18 @@ int ListKeys(const CommandLine& line) {
 }
 
 int DisableKey(const CommandLine& line) {
-    Accounts accounts = OpenAccounts(line);
-    return Done(accounts.SetDisabled(Require(accounts, line), true));
+    const auto accounts = OpenAccounts(line);
+    return Done(accounts->SetDisabled(Require(*accounts, line), true));
 }
 
 int EnableKey(const CommandLine& line) {
-    Accounts accounts = OpenAccounts(line);
-    return Done(accounts.SetDisabled(Require(accounts, line), false));
+    const auto accounts = OpenAccounts(line);
+    return Done(accounts->SetDisabled(Require(*accounts, line), false));
 }
 
 int RemoveKey(const CommandLine& line) {
-    Accounts accounts = OpenAccounts(line);
-    return Done(accounts.Remove(Require(accounts, line)));
+    const auto accounts = OpenAccounts(line);
+    return Done(accounts->Remove(Require(*accounts, line)));
 }
 
 int GrantKey(const CommandLine& line) {
@@ -141,12 +137,12 @@ int GrantKey(const CommandLine& line) {
     if (!quota && !line.Has("--unlimited")) {
         throw UsageError("how much? --seconds or --unlimited");
     }
-    Accounts accounts = OpenAccounts(line);
-    const KeyHash key = Require(accounts, line);
+    const auto accounts = OpenAccounts(line);
+    const KeyHash key = Require(*accounts, line);
     if (!quota) {
-        return Done(accounts.GrantUnlimited(key));
+        return Done(accounts->GrantUnlimited(key));
     }
-    if (!accounts.Grant(key, *quota)) {
+    if (!accounts->Grant(key, *quota)) {
         throw std::runtime_error("that key is unlimited: there is nothing to add to (`keys limit` "
                                  "makes it end)");
     }
@@ -159,10 +155,10 @@ int LimitKey(const CommandLine& line) {
     if (!quota && !sessions) {
         throw UsageError("to how much? --seconds or --sessions");
     }
-    Accounts accounts = OpenAccounts(line);
-    const KeyHash key = Require(accounts, line);
-    const bool limited = !quota || accounts.Limit(key, *quota);
-    return Done(limited && (!sessions || accounts.SetSessions(key, *sessions)));
+    const auto accounts = OpenAccounts(line);
+    const KeyHash key = Require(*accounts, line);
+    const bool limited = !quota || accounts->Limit(key, *quota);
+    return Done(limited && (!sessions || accounts->SetSessions(key, *sessions)));
 }
 
 } // namespace service

@@ -26,8 +26,10 @@ public:
     Ledger& operator=(const Ledger&) = delete;
     ~Ledger();
 
-    // The account as it stands, changes by other processes and what is not stored yet included.
-    // While the accounts cannot be read, as it was last; throws when it was never read.
+    // The account as it stands, what is not stored yet included. Changes by other processes count
+    // at once where the accounts are near, else within a second or two; a key in use waits for no
+    // network. While the accounts cannot be read, as it was last; throws AccountsFailure when it
+    // was never read.
     std::optional<Account> Find(const KeyHash& key);
 
     // Bills up to so many samples of audio: as many as the key has left. Gives how many that are.
@@ -50,15 +52,19 @@ private:
         std::uint64_t changes = 0;       // of `stored`, by this side
         std::int64_t pendingSamples = 0; // below 0 when stored ones were taken back
         std::int64_t storingMs = 0;      // taken from the pending ones, not yet known to be stored
-        Clock::time_point lastUse;
+        Clock::time_point lastUse;       // or question
+        Clock::time_point lastTake{};
     };
 
     static std::optional<Account> Standing(const Entry& entry);
+    bool IsCurrent(const Entry& entry) const;
     void Refresh(const KeyHash& key);
     void KeepStoring(const std::stop_token& stop);
-    void Store();
-    std::vector<Usage> TakePending();
-    void Settle(const std::vector<Usage>& usages, bool stored);
+    void StoreSoonLocked();
+    void Store(bool atTheEnd);
+    Bill MakeBill(bool atTheEnd);
+    void Settle(const std::vector<ListedAccount>& accounts);
+    void NoteUnread(const char* failure);
     void Note(const char* failure);
 
     Accounts& accounts_;
@@ -70,6 +76,9 @@ private:
     std::map<KeyHash, Entry> entries_;
     int failures_ = 0; // to store, one after the other
     bool soon_ = false;
+    Clock::time_point unreadNoted_{};
+    std::optional<Bill> bill_; // the storing thread's: not yet known to be stored
+    std::uint64_t bills_ = 0;
     std::jthread storing_; // last: it ends before what it uses
 };
 

@@ -28,13 +28,17 @@ Portuguese, French or Italian.
 kelvarin-service serve [--address ADDRESS] [--port PORT] [--database FILE]
                        [--certificate FILE --key FILE | --plain] [--decoders COUNT]
                        [--settings FILE] [--metrics PORT]
+                       [--accounts URL] [--instance NAME]
     Serves until it gets SIGTERM or SIGINT. Says on standard output where it listens as soon as
     it does. ADDRESS is 127.0.0.1 and PORT 443 by default; port 0 takes a free one. --plain
     serves HTTP without TLS. COUNT sessions can run at the same time (4 by default), at about
-    95 MB of memory each and 100 MB for the translators that they share. The file of settings has
-    lines of ADDRESS, PORT, CERTIFICATE, KEY, DECODERS and METRICS_PORT, each with = and a value;
-    SIGHUP reads it and the certificate again. --metrics gives figures for Prometheus on a port
-    of 127.0.0.1.
+    95 MB of memory each, which is taken from the start on, and 100 MB for the translators that
+    they share. --metrics gives figures for Prometheus on a port of 127.0.0.1.
+    For several that serve together, URL is the accounts' database, postgresql://..., in the
+    place of FILE, and NAME becomes part of the sessions' ids.
+    The file of settings has lines of ADDRESS, PORT, CERTIFICATE, KEY, DECODERS, METRICS_PORT,
+    ACCOUNTS and INSTANCE, each with = and a value; SIGHUP reads it and the certificate again.
+    SIGUSR1 lets nobody start any more, and the service ends with its last session.
 
 kelvarin-service keys add [KEY] [--name NAME] [--unlimited | --seconds COUNT] [--sessions NUMBER]
     Makes an access key, or takes the one given (16 letters or more), and prints it: only now, as
@@ -50,7 +54,7 @@ kelvarin-service keys grant KEY (--unlimited | --seconds COUNT)
 kelvarin-service keys limit KEY [--seconds COUNT] [--sessions NUMBER]
     Leaves it COUNT seconds from now on, or gives it that number of sessions.
     KEY is a whole key, its name, its first five letters, or - for a line of standard input. All of
-    these take --database FILE.
+    these take --database FILE, --accounts URL or --settings FILE, as serve does.
 
 kelvarin-service certificate [DIRECTORY]
     Makes a local authority (ca.pem) and a certificate for localhost and 127.0.0.1 (server.pem,
@@ -73,15 +77,20 @@ int MakeCertificate(const CommandLine& line) {
 constexpr std::array kServeOptions = {
     Option{"--address", true},  Option{"--port", true},        Option{"--database", true},
     Option{"--decoders", true}, Option{"--certificate", true}, Option{"--key", true},
-    Option{"--plain", false},   Option{"--settings", true},    Option{"--metrics", true}};
-constexpr std::array kAddOptions = {Option{"--database", true}, Option{"--name", true},
-                                    Option{"--seconds", true}, Option{"--unlimited", false},
+    Option{"--plain", false},   Option{"--settings", true},    Option{"--metrics", true},
+    Option{"--accounts", true}, Option{"--instance", true}};
+constexpr std::array kAddOptions = {Option{"--database", true}, Option{"--accounts", true},
+                                    Option{"--settings", true}, Option{"--name", true},
+                                    Option{"--seconds", true},  Option{"--unlimited", false},
                                     Option{"--sessions", true}};
-constexpr std::array kGrantOptions = {Option{"--database", true}, Option{"--seconds", true},
+constexpr std::array kGrantOptions = {Option{"--database", true}, Option{"--accounts", true},
+                                      Option{"--settings", true}, Option{"--seconds", true},
                                       Option{"--unlimited", false}};
-constexpr std::array kLimitOptions = {Option{"--database", true}, Option{"--seconds", true},
+constexpr std::array kLimitOptions = {Option{"--database", true}, Option{"--accounts", true},
+                                      Option{"--settings", true}, Option{"--seconds", true},
                                       Option{"--sessions", true}};
-constexpr std::array kKeyOptions = {Option{"--database", true}};
+constexpr std::array kKeyOptions = {Option{"--database", true}, Option{"--accounts", true},
+                                    Option{"--settings", true}};
 
 struct Command {
     std::string_view first;

@@ -1,14 +1,13 @@
 #include "serve.h"
 
-#include "accounts.h"
 #include "certificate.h"
 #include "chain_pool.h"
-#include "data_folder.h"
 #include "decoder_pool.h"
 #include "http_api.h"
 #include "ledger.h"
 #include "log.h"
 #include "metrics.h"
+#include "open_accounts.h"
 #include "sessions.h"
 #include "settings.h"
 
@@ -21,9 +20,11 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace service {
 namespace {
@@ -33,6 +34,8 @@ using Clock = std::chrono::steady_clock;
 
 // Storing is tried again each second, so there is no need to wait for long.
 constexpr auto kStorePatience = 500ms;
+constexpr auto kFarStorePatience = 2s; // by a network
+constexpr auto kWhileDraining = 100ms;
 constexpr auto kLastSentences = 2s;
 constexpr auto kMinute = 60s;
 constexpr auto kDay = std::chrono::seconds(24h);
@@ -67,7 +70,7 @@ class Signals {
 public:
     Signals() {
         sigemptyset(&signals_);
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) {
             sigaddset(&signals_, signal);
         }
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
@@ -117,14 +120,18 @@ private:
 class Serving {
 public:
     explicit Serving(const CommandLine& line)
-        : line_(line), settings_(ReadSettings(line)), accounts_(AccountsFile(line), kStorePatience),
-          decoders_(settings_.decoders), ledger_(accounts_), sessions_(ledger_, decoders_, chains_),
+        : line_(line), settings_(ReadSettings(line)),
+          accounts_(
+              OpenAccounts(line, settings_.accounts.empty() ? kStorePatience : kFarStorePatience)),
+          decoders_(settings_.decoders), ledger_(*accounts_),
+          sessions_(ledger_, decoders_, chains_, {}, settings_.instance),
           api_(ledger_, sessions_, settings_.tls, settings_.decoders) {
-        decoders_.Acquire(); // the first session need not wait, and a broken model shows now
+        decoders_.LoadOne(); // the first session need not wait, and a broken model shows now
         const int port = api_.Bind(settings_.address, settings_.port);
         OpenMetrics();
         serving_ = std::jthread([this] { api_.Serve(); });
         std::cout << Listening(settings_, port) << std::endl;
+        LoadDecoders();
         WarnOfCertificate(settings_);
     }
 
@@ -135,6 +142,11 @@ public:
             if (settings.tls.has_value() != settings_.tls.has_value()) {
                 throw std::runtime_error("with or without TLS is a matter of a new start");
             }
+            if (settings.accounts != settings_.accounts ||
+                settings.instance != settings_.instance) {
+                throw std::runtime_error("other accounts or another name are a matter of a new "
+                                         "start");
+            }
             if (settings.tls) {
                 api_.UseCertificate(*settings.tls);
             }
@@ -142,6 +154,7 @@ public:
                 api_.Rebind(settings.address, settings.port);
             }
             decoders_.SetCapacity(settings.decoders);
+            LoadDecoders();
             api_.SetSessionsAtOnce(settings.decoders);
             const bool sameMetrics = settings.metricsPort == settings_.metricsPort;
             settings_ = settings;
@@ -163,6 +176,13 @@ public:
         }
     }
 
+    // Nobody starts any more. To be asked from time to time whether the last one has ended.
+    void Drain() {
+        Log("nobody is let in any more; the service ends with its last session");
+        sessions_.Close();
+    }
+    bool IsEmpty() const { return sessions_.Figures().sessions == 0; }
+
     void End() {
         api_.StopAccepting();
         sessions_.EndAll(kLastSentences);
@@ -172,6 +192,19 @@ public:
     }
 
 private:
+    // All of them, beside what is served meanwhile: nobody who starts later waits for one, and what
+    // memory the sessions need is known before there are any.
+    void LoadDecoders() {
+        loading_ = std::jthread([this](const std::stop_token& stop) {
+            try {
+                while (!stop.stop_requested() && decoders_.LoadOne()) {
+                }
+            } catch (const std::exception& failure) {
+                Log(std::string("error: ") + failure.what());
+            }
+        });
+    }
+
     void OpenMetrics() {
         metrics_.reset();
         if (settings_.metricsPort) {
@@ -181,7 +214,7 @@ private:
 
     const CommandLine& line_;
     Settings settings_;
-    Accounts accounts_;
+    std::unique_ptr<Accounts> accounts_;
     DecoderPool decoders_;
     Ledger ledger_;
     ChainPool chains_;
@@ -189,6 +222,7 @@ private:
     HttpApi api_;
     std::optional<MetricsServer> metrics_;
     Clock::time_point certificateSeen_ = Clock::now();
+    std::jthread loading_;
     std::jthread serving_; // last: it ends before what it serves
 };
 
@@ -198,20 +232,24 @@ int Serve(const CommandLine& line) {
     const Signals signals;
     Serving serving(line);
     auto minute = Clock::now() + kMinute;
-    while (true) {
-        const std::optional<int> signal = signals.WaitUntil(minute);
-        if (!signal) {
-            if (Clock::now() >= minute) {
-                serving.EachMinute();
-                minute += kMinute;
-            }
-        } else if (*signal == SIGHUP) {
+    bool draining = false;
+    while (!draining || !serving.IsEmpty()) {
+        const auto signal =
+            signals.WaitUntil(draining ? std::min(minute, Clock::now() + kWhileDraining) : minute);
+        if (Clock::now() >= minute) {
+            serving.EachMinute();
+            minute += kMinute;
+        }
+        if (signal == SIGHUP) {
             serving.ReadAgain();
-        } else {
-            serving.End();
-            return EXIT_SUCCESS;
+        } else if (signal == SIGUSR1 && !std::exchange(draining, true)) {
+            serving.Drain();
+        } else if (signal == SIGTERM || signal == SIGINT) {
+            break;
         }
     }
+    serving.End();
+    return EXIT_SUCCESS;
 }
 
 } // namespace service

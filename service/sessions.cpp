@@ -62,29 +62,20 @@ Sessions::Turn::~Turn() {
 }
 
 Sessions::Sessions(Ledger& ledger, DecoderPool& decoders, ChainPool& chains,
-                   const SessionLimits& limits)
+                   const SessionLimits& limits, std::string instance)
     : ledger_(ledger), decoders_(decoders), chains_(chains), limits_(limits),
+      instance_(std::move(instance)),
       reaper_([this](const std::stop_token& stop) { EndIdleSessions(stop); }) {}
 
 Sessions::~Sessions() = default;
 
 StartAnswer Sessions::Start(const KeyHash& key, const Conversation& conversation) {
     const std::optional<Account> account = ledger_.Find(key);
-    const Refusal refusal = RefusalOf(account);
-    if (refusal != Refusal::None) {
-        return {refusal, {}};
+    for (const Refusal refusal : {RefusalOf(account), WhyClosed()}) {
+        if (refusal != Refusal::None) {
+            return {refusal, {}};
+        }
     }
-    if (ending_) {
-        return {Refusal::Ending, {}};
-    }
-    if (!ledger_.CanStore()) {
-        return {Refusal::CannotStore, {}};
-    }
-
-    if (load_.IsTooHigh(Clock::now())) {
-        return {Refusal::Overloaded, {}};
-    }
-
     const std::lock_guard starting(starting_);
     const bool endedOne = EndSilentOf(key, account->sessions);
     DecoderLease decoder = decoders_.Acquire(endedOne ? kDecoderWait : 0s);
@@ -92,7 +83,7 @@ StartAnswer Sessions::Start(const KeyHash& key, const Conversation& conversation
         return {Refusal::NoDecoderFree, {}};
     }
     auto live = std::make_shared<Live>(key, std::move(decoder), conversation, chains_);
-    std::string id = RandomToken();
+    std::string id = RandomToken() + (instance_.empty() ? "" : ".") + instance_;
     ++started_;
     {
         const std::lock_guard lock(mutex_);
@@ -101,6 +92,16 @@ StartAnswer Sessions::Start(const KeyHash& key, const Conversation& conversation
     Log(ShortName(id) + " started, " + conversation.spokenLocale + " to " +
         conversation.targetCode + (account->name.empty() ? "" : ", for ") + account->name);
     return {Refusal::None, std::move(id)};
+}
+
+Refusal Sessions::WhyClosed() const {
+    if (closed_) {
+        return Refusal::Ending;
+    }
+    if (!ledger_.CanStore()) {
+        return Refusal::CannotStore;
+    }
+    return load_.IsTooHigh(Clock::now()) ? Refusal::Overloaded : Refusal::None;
 }
 
 // Makes room for one more of the key's sessions.
@@ -196,7 +197,7 @@ Refusal Sessions::Stop(const std::string& id, const KeyHash& key) {
 }
 
 void Sessions::EndAll(std::chrono::milliseconds patience) {
-    ending_ = true;
+    closed_ = ending_ = true;
     std::unique_lock lock(mutex_);
     wake_.wait_for(lock, patience, [this] { return live_.empty(); });
 }

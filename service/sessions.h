@@ -76,15 +76,19 @@ public:
         bool ahead_ = false; // waits behind others, which is no sign of load
     };
 
-    // The rooms outlive this one.
+    // The rooms outlive this one. The name of this service among several that serve together, if it
+    // has one, ends the sessions' ids, behind a full stop.
     Sessions(Ledger& ledger, DecoderPool& decoders, ChainPool& chains,
-             const SessionLimits& limits = {});
+             const SessionLimits& limits = {}, std::string instance = {});
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
     ~Sessions();
 
     // A key that has its number of sessions loses the one that has brought no audio for longest.
     StartAnswer Start(const KeyHash& key, const Conversation& conversation);
+
+    // Why nobody is let in at the moment, whatever the key; `None` when somebody may be.
+    Refusal WhyClosed() const;
 
     Turn TakeTurn(const std::string& id, const KeyHash& key);
 
@@ -97,6 +101,9 @@ public:
     ExchangeAnswer Exchange(const Turn& turn, std::span<const std::int16_t> samples);
 
     Refusal Stop(const std::string& id, const KeyHash& key);
+
+    // From now on nobody starts; sessions go on.
+    void Close() { closed_ = true; }
 
     // From now on nobody starts, and each session ends with its next exchange, which hands out the
     // sentence in hand. Returns when all have ended, or after `patience`.
@@ -116,6 +123,7 @@ private:
     DecoderPool& decoders_;
     ChainPool& chains_;
     const SessionLimits limits_;
+    const std::string instance_;
     Load load_;
 
     std::mutex starting_;      // held for a whole start, so that no two count the same sessions
@@ -123,7 +131,8 @@ private:
                                // made, used or destroyed
     std::condition_variable_any wake_;
     LiveMap live_;
-    std::atomic<bool> ending_ = false;
+    std::atomic<bool> closed_ = false;
+    std::atomic<bool> ending_ = false; // and closed
     std::atomic<std::uint64_t> started_ = 0;
     std::atomic<std::uint64_t> decodedSamples_ = 0;
     std::jthread reaper_; // last: it ends before what it uses

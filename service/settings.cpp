@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <fstream>
 #include <map>
@@ -27,6 +28,7 @@ constexpr std::array kNames = {
     Name{"ADDRESS", "--address"},         Name{"PORT", "--port"},
     Name{"CERTIFICATE", "--certificate"}, Name{"KEY", "--key"},
     Name{"DECODERS", "--decoders"},       Name{"METRICS_PORT", "--metrics"},
+    Name{"ACCOUNTS", "--accounts"},       Name{"INSTANCE", "--instance"},
 };
 
 std::string_view Trimmed(std::string_view text) {
@@ -97,13 +99,31 @@ std::optional<TlsFiles> ChooseTls(const CommandLine& line) {
     return TlsFiles{files.server, files.key};
 }
 
+// It becomes part of the sessions' ids.
+std::string ChooseInstance(const CommandLine& line) {
+    constexpr std::size_t kLongest = 32;
+    std::string name = line.Value("--instance").value_or("");
+    const bool plain = std::ranges::all_of(name, [](unsigned char letter) {
+        return std::isalnum(letter) != 0 || letter == '-' || letter == '_';
+    });
+    if (!plain || name.size() > kLongest) {
+        throw UsageError("--instance takes at most 32 letters, digits, - and _");
+    }
+    return name;
+}
+
 } // namespace
 
-Settings ReadSettings(const CommandLine& line) {
+CommandLine WithSettingsFile(const CommandLine& line) {
     CommandLine all = line;
     if (const auto file = line.Value("--settings")) {
         all.options.merge(ReadFile(*file)); // what is there already stays
     }
+    return all;
+}
+
+Settings ReadSettings(const CommandLine& line) {
+    const CommandLine all = WithSettingsFile(line);
     const auto number = [&](const char* option, const char* usual, std::int64_t lowest,
                             std::int64_t highest) {
         return ParseNumber(option, all.Value(option).value_or(usual), lowest, highest);
@@ -113,6 +133,8 @@ Settings ReadSettings(const CommandLine& line) {
     settings.port = static_cast<int>(number("--port", "443", 0, kLastPort));
     settings.decoders = static_cast<std::size_t>(number("--decoders", "4", 1, kMostDecoders));
     settings.tls = ChooseTls(all);
+    settings.accounts = all.Value("--accounts").value_or("");
+    settings.instance = ChooseInstance(all);
     if (all.Has("--metrics")) {
         settings.metricsPort = static_cast<int>(number("--metrics", "0", 0, kLastPort));
     }

@@ -17,6 +17,8 @@ struct Settings {
     std::size_t decoders = 0;
     std::optional<TlsFiles> tls;    // nothing: plain HTTP
     std::optional<int> metricsPort; // on the loopback address; nothing: none
+    std::string accounts;           // as a URL; empty: a file
+    std::string instance;           // among several that serve together; may be empty
 
     bool SamePlace(const Settings& other) const {
         return address == other.address && port == other.port;
@@ -27,5 +29,8 @@ struct Settings {
 // The file has lines of NAME=VALUE, as /etc/default has them, and comments. Throws UsageError for
 // what cannot be meant, and std::runtime_error for a file that cannot be read or lacks sense.
 Settings ReadSettings(const CommandLine& line);
+
+// The command line with what the file of --settings has besides.
+CommandLine WithSettingsFile(const CommandLine& line);
 
 } // namespace service

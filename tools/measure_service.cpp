@@ -6,13 +6,11 @@
 //   measure-service PROGRAM mutants COUNT SECONDS           whichever is reached first
 #include "child_process.h"
 #include "file_descriptor.h"
-#include "recorded_speech.h"
 #include "scratch_folder.h"
+#include "speaking_client.h"
 
 #include <arpa/inet.h>
-#include <httplib.h>
 #include <netinet/tcp.h>
-#include <openssl/evp.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -43,8 +41,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
-constexpr std::size_t kRate = 16'000;
-constexpr std::size_t kLargestSlice = 16'384; // samples, as the client sends them
+constexpr std::size_t kOthersDecoders = 4; // two keys have two sessions each
 constexpr const char* kSpeechKey = "key-of-speaker-number-";
 constexpr const char* kNewcomersKey = "key-of-the-newcomers";
 constexpr const char* kFloodersKey = "key-of-the-flooders-";
@@ -53,7 +50,8 @@ constexpr const char* kFloodersKey = "key-of-the-flooders-";
 
 class Service {
 public:
-    Service(std::string program, std::size_t speakers, bool plain) : program_(std::move(program)) {
+    Service(std::string program, std::size_t speakers, std::size_t decoders, bool plain)
+        : program_(std::move(program)) {
         for (std::size_t i = 0; i < speakers; ++i) {
             Run({"keys", "add", kSpeechKey + std::to_string(i), "--database", Database()});
         }
@@ -61,7 +59,7 @@ public:
             Run({"keys", "add", key, "--database", Database()});
         }
         std::vector<std::string> words = {
-            "serve",      "--port",  "0", "--decoders", std::to_string(speakers + 4),
+            "serve",      "--port",  "0", "--decoders", std::to_string(decoders),
             "--database", Database()};
         if (plain) {
             words.emplace_back("--plain");
@@ -226,41 +224,8 @@ private:
 
 // ---- Those who use it ---------------------------------------------------------------------------
 
-std::string Base64(std::span<const std::int16_t> samples) {
-    std::string text(samples.size_bytes() / 3 * 4 + 5, '\0'); // with the terminating zero
-    text.resize(static_cast<std::size_t>(
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                        reinterpret_cast<const unsigned char*>(samples.data()),
-                        static_cast<int>(samples.size_bytes()))));
-    return text;
-}
-
-std::unique_ptr<httplib::SSLClient> Connect(const Service& service) {
-    auto client = std::make_unique<httplib::SSLClient>("127.0.0.1", service.Port());
-    client->set_ca_cert_path(service.Authority());
-    client->enable_server_certificate_verification(true);
-    client->set_keep_alive(true);
-    client->set_tcp_nodelay(true);
-    client->set_read_timeout(8s); // the client's own
-    return client;
-}
-
-// The session's id, empty when it was refused.
-std::string StartSession(httplib::SSLClient& client, const std::string& key) {
-    const auto answer = client.Post(
-        "/session/start",
-        R"({"access_key":")" + key +
-            R"(","lang_a":"en-US","lang_a_tgt":"en","lang_b":"es-ES","lang_b_tgt":"es"})",
-        "application/json");
-    constexpr std::string_view kBefore = R"({"session_id":")";
-    return answer && answer->status == 200 ? answer->body.substr(kBefore.size(), 32) : "";
-}
-
-bool StopSession(httplib::SSLClient& client, const std::string& key, const std::string& id) {
-    const auto answer = client.Post("/session/stop",
-                                    R"({"session_id":")" + id + R"(","access_key":")" + key + "\"}",
-                                    "application/json");
-    return answer && answer->status == 200;
+std::unique_ptr<httplib::Client> Connect(const Service& service) {
+    return ConnectTo("https://127.0.0.1:" + std::to_string(service.Port()), service.Authority());
 }
 
 struct Speech {
@@ -269,16 +234,6 @@ struct Speech {
     std::atomic<std::size_t> captions = 0;
     std::atomic<std::size_t> refused = 0; // sessions
 };
-
-// The recordings one after the other, with a pause behind each.
-std::vector<std::int16_t> AllSpeech() {
-    std::vector<std::int16_t> all;
-    for (const Recording& recording : Recordings()) {
-        all.insert(all.end(), recording.samples.begin(), recording.samples.end());
-        all.resize(all.size() + kRate / 2);
-    }
-    return all;
-}
 
 // Speaks as a live client does: what has been captured, in steps of 10 ms, one exchange behind the
 // other.
@@ -307,10 +262,7 @@ void Speak(const Service& service, std::size_t number, std::span<const std::int1
         for (std::size_t i = 0; i < count; ++i) {
             slice[i] = speech[(number * 5 * kRate + sent + i) % speech.size()];
         }
-        const auto answer = client->Post("/session/exchange",
-                                         R"({"session_id":")" + id + R"(","access_key":")" + key +
-                                             R"(","audio_b64":")" + Base64(slice) + "\"}",
-                                         "application/json");
+        const auto answer = Exchange(*client, key, id, slice);
         sent += count;
         const auto capture = started + std::chrono::milliseconds(sent / (kRate / 1000));
         if (!answer || answer->status != 200) {
@@ -319,10 +271,7 @@ void Speak(const Service& service, std::size_t number, std::span<const std::int1
         }
         ++result.exchanges;
         result.lags.Add(Clock::now() - capture);
-        for (auto at = answer->body.find("\"original\""); at != std::string::npos;
-             at = answer->body.find("\"original\"", at + 1)) {
-            ++result.captions;
-        }
+        result.captions += CaptionsIn(answer->body);
     }
     StopSession(*client, key, id);
 }
@@ -474,10 +423,8 @@ void Rush(const Service& service, std::span<const std::int16_t> speech, Clock::t
           std::atomic<std::size_t>& opened) {
     const auto client = Connect(service);
     const std::string id = StartSession(*client, kFloodersKey);
-    const std::string body = R"({"session_id":")" + id + R"(","access_key":")" + kFloodersKey +
-                             R"(","audio_b64":")" + Base64(speech.first(kLargestSlice)) + "\"}";
     while (Clock::now() < end) {
-        client->Post("/session/exchange", body, "application/json");
+        Exchange(*client, kFloodersKey, id, speech.first(kLargestSlice));
         ++opened;
     }
 }
@@ -610,7 +557,7 @@ Clock::time_point After(int seconds) {
 }
 
 int MeasureSpeakers(const std::string& program, std::size_t count, int seconds) {
-    const Service service(program, count, false);
+    const Service service(program, count, count, false);
     const std::vector<std::int16_t> speech = AllSpeech();
     Speech result;
     const auto begin = After(3 + static_cast<int>(count) / 2);
@@ -638,7 +585,7 @@ int MeasureSpeakers(const std::string& program, std::size_t count, int seconds) 
 
 int MeasureStrangers(const std::string& program, const std::string& kind, std::size_t count,
                      int seconds) {
-    const Service service(program, 1, false);
+    const Service service(program, 1, 1 + kOthersDecoders, false);
     const std::vector<std::int16_t> speech = AllSpeech();
     Speech alone;
     Speech beside;
@@ -693,7 +640,7 @@ int MeasureStrangers(const std::string& program, const std::string& kind, std::s
 }
 
 int MeasureMutants(const std::string& program, std::size_t count, int seconds) {
-    const Service service(program, 1, true);
+    const Service service(program, 1, 1 + kOthersDecoders, true);
     const long before = service.ResidentKilobytes();
     std::atomic<std::size_t> sent = 0;
     const auto begun = Clock::now();

@@ -5,6 +5,7 @@
 #include "recorded_speech.h"
 #include "scratch_folder.h"
 #include "sessions.h"
+#include "sqlite_accounts.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -42,7 +43,7 @@ struct Answer {
 class HttpApiTest : public testing::Test {
 protected:
     void Serve(std::size_t decoders, std::chrono::milliseconds idleLimit = 60s) {
-        accounts_.emplace(folder_ / "accounts.db");
+        accounts_ = OpenSqliteAccounts(folder_ / "accounts.db");
         Add("good", false, true, 0, 0);
         Add("other", false, true, 0, 0);
         Add("used-up", false, false, 1000, 1000);
@@ -123,7 +124,7 @@ protected:
     }
 
     const ScratchFolder folder_;
-    std::optional<Accounts> accounts_;
+    std::unique_ptr<Accounts> accounts_;
     ChainPool chains_;
     std::optional<Ledger> ledger_;
     std::optional<DecoderPool> pool_;
@@ -205,7 +206,7 @@ TEST_F(HttpApiTest, ABadRequestGetsItsStatusAndAOneLineReason) {
     EXPECT_EQ(UsedMs("good"), 0) << "audio that was not decoded was billed";
 }
 
-TEST_F(HttpApiTest, AFailureInsideIsAnInternalErrorThatTellsNothing) {
+TEST_F(HttpApiTest, AccountsThatCannotBeReadTellNothingOfTheInside) {
     Serve(1);
     const auto client = Connect();
     sqlite3* database = nullptr;
@@ -213,8 +214,9 @@ TEST_F(HttpApiTest, AFailureInsideIsAnInternalErrorThatTellsNothing) {
     ASSERT_EQ(sqlite3_exec(database, "DROP TABLE keys", nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(database);
     const Answer answer = Start(*client, "good");
-    EXPECT_EQ(answer.status, 500);
-    EXPECT_EQ(answer.body, R"({"detail":"internal_error"})");
+    EXPECT_EQ(answer.status, 503);
+    EXPECT_THAT(answer.body, testing::Not(testing::HasSubstr("no such table")));
+    EXPECT_EQ(Exchange(*client, "none", "good").status, 503) << "a 403 or 404 ends a session";
 }
 
 TEST_F(HttpApiTest, EachRefusalCarriesTheWordThatTheClientKnows) {

@@ -1,10 +1,13 @@
-// Billing in memory: exact, whatever becomes of the file meanwhile.
+// Billing in memory: exact, whatever becomes of the database meanwhile.
+#include "accounts_place.h"
+#include "file_descriptor.h"
 #include "ledger.h"
 #include "scratch_folder.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -16,8 +19,10 @@ namespace service {
 namespace {
 
 using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kSecond = 16'000; // samples
+constexpr std::size_t kTenMs = kSecond / 100;
 const KeyHash kBilled = HashOf("key");
 
 Account WithQuota(std::int64_t ms) {
@@ -28,9 +33,9 @@ Account WithQuota(std::int64_t ms) {
 }
 
 bool Soon(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    const auto deadline = Clock::now() + 20s;
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
+        if (Clock::now() > deadline) {
             return false;
         }
         std::this_thread::yield();
@@ -38,19 +43,20 @@ bool Soon(const std::function<bool()>& condition) {
     return true;
 }
 
-class LedgerTest : public testing::Test {
+class LedgerTest : public testing::TestWithParam<Database> {
 protected:
-    std::int64_t StoredMs() { return Accounts(file_).Find(kBilled)->usedMs; }
+    std::int64_t StoredMs() { return place_.Open()->Find(kBilled)->usedMs; }
 
-    const ScratchFolder folder_;
-    const std::filesystem::path file_ = folder_ / "accounts.db";
-    Accounts accounts_{file_, 0ms};
+    AccountsPlace place_{GetParam()};
+    std::unique_ptr<Accounts> accounts_ = place_.Open(place_.IsNear() ? 0ms : 2000ms);
 };
+INSTANTIATE_TEST_SUITE_P(Databases, LedgerTest,
+                         testing::Values(Database::Sqlite, Database::Postgres), NameOf);
 
-TEST_F(LedgerTest, WhatIsTakenIsStoredByItselfAndAtTheEnd) {
-    accounts_.Add(kBilled, WithQuota(0));
+TEST_P(LedgerTest, WhatIsTakenIsStoredByItselfAndAtTheEnd) {
+    accounts_->Add(kBilled, WithQuota(0));
     {
-        Ledger ledger(accounts_, 50ms);
+        Ledger ledger(*accounts_, 50ms);
         ASSERT_TRUE(ledger.Find(kBilled));
         EXPECT_EQ(ledger.Take(kBilled, kSecond + 15),
                   kSecond + 15); // 15 are less than a millisecond
@@ -63,17 +69,17 @@ TEST_F(LedgerTest, WhatIsTakenIsStoredByItselfAndAtTheEnd) {
     EXPECT_EQ(StoredMs(), 1501);
 }
 
-TEST_F(LedgerTest, SeveralWhoTakeAtOnceWhileItIsStoredGetTheQuotaAndNoMore) {
-    accounts_.Add(kBilled, WithQuota(20'000));
+TEST_P(LedgerTest, SeveralWhoTakeAtOnceWhileItIsStoredGetTheQuotaAndNoMore) {
+    accounts_->Add(kBilled, WithQuota(20'000));
     std::atomic<std::size_t> taken = 0;
     {
-        Ledger ledger(accounts_, 1ms);
+        Ledger ledger(*accounts_, 1ms);
         std::array<std::jthread, 3> threads;
         for (std::jthread& thread : threads) {
             thread = std::jthread([&] {
                 // Nobody is refused while something is left.
                 while (RefusalOf(ledger.Find(kBilled)) == Refusal::None) {
-                    taken += ledger.Take(kBilled, 160);
+                    taken += ledger.Take(kBilled, kTenMs);
                 }
             });
         }
@@ -82,38 +88,79 @@ TEST_F(LedgerTest, SeveralWhoTakeAtOnceWhileItIsStoredGetTheQuotaAndNoMore) {
     EXPECT_EQ(StoredMs(), 20'000);
 }
 
-TEST_F(LedgerTest, ChangesByOthersCountAtOnce) {
-    accounts_.Add(kBilled, WithQuota(1000));
-    Ledger ledger(accounts_, 1h);
-    Accounts commandLine(file_);
+TEST_P(LedgerTest, ChangesByOthersCountAtOnceOrWithTheNextBill) {
+    accounts_->Add(kBilled, WithQuota(1000));
+    Ledger ledger(*accounts_, place_.IsNear() ? std::chrono::milliseconds(1h) : 10ms);
+    const auto commandLine = place_.Open();
+    const auto becomes = [&](const std::function<bool(const std::optional<Account>&)>& expected) {
+        const auto seen = [&] { return expected(ledger.Find(kBilled)); };
+        return place_.IsNear() ? seen() : Soon(seen);
+    };
+    const auto refuses = [&](Refusal refusal) {
+        return becomes([=](const auto& account) { return RefusalOf(account) == refusal; });
+    };
     ledger.Find(kBilled);
     EXPECT_EQ(ledger.Take(kBilled, 2 * kSecond), kSecond);
-    EXPECT_EQ(RefusalOf(ledger.Find(kBilled)), Refusal::QuotaExceeded);
-    commandLine.Grant(kBilled, 1000);
-    EXPECT_EQ(ledger.Find(kBilled)->RemainingMs(), 1000);
-    commandLine.SetDisabled(kBilled, true);
-    EXPECT_EQ(RefusalOf(ledger.Find(kBilled)), Refusal::KeyDisabled);
-    commandLine.Remove(kBilled);
-    EXPECT_EQ(RefusalOf(ledger.Find(kBilled)), Refusal::KeyNotFound);
+    EXPECT_TRUE(refuses(Refusal::QuotaExceeded));
+    commandLine->Grant(kBilled, 1000);
+    EXPECT_TRUE(becomes([](const auto& account) { return account->RemainingMs() == 1000; }));
+    commandLine->SetDisabled(kBilled, true);
+    EXPECT_TRUE(refuses(Refusal::KeyDisabled));
+    commandLine->Remove(kBilled);
+    EXPECT_TRUE(refuses(Refusal::KeyNotFound));
     EXPECT_EQ(ledger.Take(kBilled, kSecond), 0U);
     EXPECT_EQ(ledger.Take(HashOf("nobody"), kSecond), 0U);
 }
 
-TEST_F(LedgerTest, TwoServicesOnOneFileBillTheSameKeyExactly) {
-    accounts_.Add(kBilled, WithQuota(0));
-    Accounts others(file_);
+TEST_P(LedgerTest, TwoServicesBillTheSameKeyExactly) {
+    accounts_->Add(kBilled, WithQuota(0));
+    const auto others = place_.Open();
     {
-        Ledger first(accounts_, 1ms);
-        Ledger second(others, 1ms);
+        Ledger first(*accounts_, 1ms);
+        Ledger second(*others, 1ms);
         ASSERT_TRUE(first.Find(kBilled));
         ASSERT_TRUE(second.Find(kBilled));
         for (int i = 0; i < 200; ++i) {
-            first.Take(kBilled, kSecond / 100);
-            second.Take(kBilled, kSecond / 50);
+            first.Take(kBilled, kTenMs);
+            second.Take(kBilled, 2 * kTenMs);
             first.Find(kBilled);
         }
     }
     EXPECT_EQ(StoredMs(), 2000 + 4000);
+}
+
+// Audio at ten times the pace of speech, until the key is refused.
+std::size_t SpeakUntilRefused(Ledger& ledger) {
+    std::size_t taken = 0;
+    auto next = Clock::now();
+    while (RefusalOf(ledger.Find(kBilled)) == Refusal::None) {
+        taken += ledger.Take(kBilled, kTenMs);
+        next += 1ms;
+        std::this_thread::sleep_until(next);
+    }
+    return taken;
+}
+
+TEST_P(LedgerTest, TwoServicesSpendTheLastSecondsOfAQuotaOnce) {
+    constexpr std::int64_t kQuotaMs = 8000;
+    constexpr auto kBetweenBills = 20ms;
+    accounts_->Add(kBilled, WithQuota(kQuotaMs));
+    const auto others = place_.Open();
+    std::atomic<std::size_t> taken = 0;
+    {
+        Ledger first(*accounts_, kBetweenBills);
+        Ledger second(*others, kBetweenBills);
+        std::jthread one([&] { taken += SpeakUntilRefused(first); });
+        std::jthread other([&] { taken += SpeakUntilRefused(second); });
+    }
+    const auto takenMs = static_cast<std::int64_t>(taken * 1000 / kSecond);
+    EXPECT_EQ(StoredMs(), takenMs);
+    if (place_.IsNear()) {
+        EXPECT_GE(takenMs, kQuotaMs); // and what one of them took between two bills of the other
+    } else {
+        EXPECT_LE(takenMs, kQuotaMs);
+        EXPECT_GE(takenMs, kQuotaMs - 3000) << "one kept what it did not need";
+    }
 }
 
 // Billing goes on without waiting while nothing can be stored, and all of it is stored afterwards.
@@ -124,39 +171,87 @@ void ExpectItIsKept(Accounts& accounts, const std::function<void()>& block,
     block();
     ledger.Take(kBilled, kSecond);
     EXPECT_TRUE(Soon([&] { return !ledger.CanStore(); }));
-    const auto begun = std::chrono::steady_clock::now();
+    const auto begun = Clock::now();
     for (int i = 0; i < 100; ++i) {
         ASSERT_TRUE(ledger.Find(kBilled));
-        EXPECT_EQ(ledger.Take(kBilled, kSecond / 100), kSecond / 100);
+        EXPECT_EQ(ledger.Take(kBilled, kTenMs), kTenMs);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s) << "captions would have waited";
+    EXPECT_LT(Clock::now() - begun, 2s) << "captions would have waited";
     EXPECT_EQ(ledger.Find(kBilled)->usedMs, 2000);
     unblock();
     EXPECT_TRUE(Soon([&] { return ledger.CanStore(); }));
     EXPECT_EQ(ledger.Find(kBilled)->usedMs, 2000);
 }
 
-TEST_F(LedgerTest, AnotherProgramsWriteLockHoldsUpNobody) {
-    accounts_.Add(kBilled, WithQuota(0));
-    sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(file_.c_str(), &other), SQLITE_OK);
+TEST_P(LedgerTest, ALostDatabaseHoldsUpNobodyAndLosesNothing) {
+    accounts_->Add(kBilled, WithQuota(0));
     ExpectItIsKept(
-        accounts_, [&] { sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr); },
-        [&] { sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr); });
-    sqlite3_close(other);
+        *accounts_, [&] { place_.TakeAway(); }, [&] { place_.GiveBack(); });
     EXPECT_EQ(StoredMs(), 2000);
 }
 
-TEST_F(LedgerTest, AFullDiskLosesNothing) {
-    accounts_.Add(kBilled, WithQuota(0));
+TEST(SqliteLedgerTest, AFullDiskLosesNothing) {
+    const AccountsPlace place(Database::Sqlite);
+    const auto accounts = place.Open(0ms);
+    accounts->Add(kBilled, WithQuota(0));
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit former{};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &former), 0);
     const rlimit full{1, former.rlim_max};
     ExpectItIsKept(
-        accounts_, [&] { ::setrlimit(RLIMIT_FSIZE, &full); },
+        *accounts, [&] { ::setrlimit(RLIMIT_FSIZE, &full); },
         [&] { ::setrlimit(RLIMIT_FSIZE, &former); });
-    EXPECT_EQ(StoredMs(), 2000);
+    EXPECT_EQ(place.Open()->Find(kBilled)->usedMs, 2000);
+}
+
+// A service of its own process that takes 10 ms of audio at a time, at ten times the pace of
+// speech, and says so each time. Ends only by a kill.
+[[noreturn]] void BillUntilKilled(const AccountsPlace& place, std::chrono::milliseconds storeEvery,
+                                  const FileDescriptor& reporting) {
+    const auto accounts = place.Open();
+    Ledger ledger(*accounts, storeEvery);
+    ledger.Find(kBilled);
+    for (auto next = Clock::now();; next += 1ms) {
+        std::this_thread::sleep_until(next);
+        if (ledger.Take(kBilled, kTenMs) != kTenMs || ::write(reporting.Get(), "x", 1) != 1) {
+            ::_exit(1);
+        }
+    }
+}
+
+TEST_P(LedgerTest, AKillLosesNoMoreThanWhatWasUsedSinceTheLastBill) {
+    constexpr auto kStoreEvery = 100ms;
+    // The bill under way is not done at once, least of all on a busy computer.
+    constexpr auto kBound = kStoreEvery + 500ms;
+    accounts_->Add(kBilled, WithQuota(0));
+    std::int64_t before = 0;
+    for (const int reportsUntilKill : {1500, 800, 1111}) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(::pipe(ends.data()), 0);
+        const FileDescriptor reports(ends[0]);
+        FileDescriptor reporting(ends[1]);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            BillUntilKilled(place_, kStoreEvery, reporting);
+        }
+        reporting = FileDescriptor();
+        std::vector<Clock::time_point> times;
+        for (char take = 0; ::read(reports.Get(), &take, 1) == 1;) {
+            times.push_back(Clock::now());
+            if (std::ssize(times) == reportsUntilKill) {
+                ::kill(child, SIGKILL);
+            }
+        }
+        ::waitpid(child, nullptr, 0);
+
+        const auto safe = std::ranges::count_if(
+            times, [&](Clock::time_point time) { return time < times.back() - kBound; });
+        const std::int64_t used = StoredMs();
+        EXPECT_GE(used - before, safe * 10) << "of " << times.size() * 10;
+        EXPECT_LE(used - before, std::ssize(times) * 10 + 10);
+        before = used;
+    }
 }
 
 } // namespace

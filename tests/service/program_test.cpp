@@ -1,4 +1,5 @@
 // The program as a script meets it: its one line, its signals, its exit codes.
+#include "accounts_place.h"
 #include "child_process.h"
 #include "file_descriptor.h"
 #include "scratch_folder.h"
@@ -13,7 +14,10 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -90,16 +94,26 @@ TEST(ProgramTest, ServesUntilItIsToldToEndAndSharesItsPortWithNobody) {
     }
 }
 
-// A service on a file of accounts, with the commands of an administrator beside it.
+// A service on a file of accounts, or with what else it is told, and the commands of an
+// administrator beside it.
 class ServiceAndAdministrator {
 public:
-    explicit ServiceAndAdministrator(const std::string& database) : database_(database) { Start(); }
+    explicit ServiceAndAdministrator(const std::string& database,
+                                     std::vector<std::string> more = {})
+        : database_(database), more_(std::move(more)) {
+        Start();
+    }
 
     void Start() {
-        service_.emplace(ServeOn("0", database_));
+        std::vector<std::string> words = ServeOn("0", database_);
+        words.insert(words.end(), more_.begin(), more_.end());
+        service_.emplace(words);
         const std::string line = service_->Line();
         port_ = std::stoi(line.substr(line.rfind(':') + 1));
     }
+
+    void Signal(int signal) const { service_->Signal(signal); }
+    int ExitCode() const { return service_->ExitCode(); }
 
     // SIGTERM or SIGKILL, and a start on the same file.
     void Restart(int signal) {
@@ -118,8 +132,11 @@ public:
     }
 
     std::string Status(const std::string& key) const {
-        const auto answer =
-            httplib::Client("127.0.0.1", port_).Get("/key/status?access_key=" + key);
+        return Get("/key/status?access_key=" + key);
+    }
+
+    std::string Get(const std::string& path) const {
+        const auto answer = httplib::Client("127.0.0.1", port_).Get(path);
         return answer ? answer->body : "no answer";
     }
 
@@ -128,7 +145,13 @@ public:
                                       R"("lang_a":"en-US","lang_a_tgt":"en","lang_b":"es-ES",)"
                                       R"("lang_b_tgt":"es")");
         constexpr std::string_view kBefore = R"({"session_id":")";
-        return body.starts_with(kBefore) ? body.substr(kBefore.size(), 32) : body;
+        return body.starts_with(kBefore)
+                   ? body.substr(kBefore.size(), body.rfind('"') - kBefore.size())
+                   : body;
+    }
+
+    void StopSession(const std::string& key, const std::string& session) const {
+        Post("stop", key, R"("session_id":")" + session + '"');
     }
 
     // Three quarters of a second of silence.
@@ -150,6 +173,7 @@ private:
     }
 
     std::string database_;
+    std::vector<std::string> more_;
     std::optional<Program> service_;
     int port_ = 0;
 };
@@ -213,6 +237,82 @@ TEST(ProgramTest, ARunningSessionMeetsEachChangeAtItsNextExchange) {
     EXPECT_TRUE(Contains(both.Status(kAnna), R"("total_used_seconds":1.5)"));
     const std::string list = both.Keys({"list"});
     EXPECT_EQ(std::ranges::count(list, '\n'), 41) << list;
+}
+
+TEST(ProgramTest, AKillUnderLoadLosesASecondOfBillingAtMost) {
+    using namespace std::chrono_literals;
+    using Clock = std::chrono::steady_clock;
+    constexpr double kSpoken = 0.75; // seconds with each exchange
+    // To find what there is to store and to store it takes a moment, too.
+    constexpr auto kBound = 1500ms;
+    const ScratchFolder folder;
+    ServiceAndAdministrator both(folder / "accounts.db");
+    both.Keys({"add", kAnna});
+    double usedBefore = 0;
+    for (const auto lifetime : {2500ms, 3100ms, 2200ms}) {
+        const std::string session = both.StartSession(kAnna);
+        std::vector<Clock::time_point> answered;
+        const auto begun = Clock::now();
+        while (Clock::now() - begun < lifetime) {
+            ASSERT_TRUE(both.Speak(kAnna, session).starts_with('['));
+            answered.push_back(Clock::now());
+        }
+        const auto killed = Clock::now();
+        both.Restart(SIGKILL);
+        const std::string status = both.Status(kAnna);
+        constexpr std::string_view kUsed = R"("total_used_seconds":)";
+        const double used = std::stod(status.substr(status.find(kUsed) + kUsed.size()));
+        const auto safe = std::ranges::count_if(
+            answered, [&](Clock::time_point time) { return time < killed - kBound; });
+        EXPECT_GE(used - usedBefore, kSpoken * static_cast<double>(safe));
+        EXPECT_LE(used - usedBefore, kSpoken * static_cast<double>(answered.size()));
+        EXPECT_GT(safe, 0);
+        usedBefore = used;
+    }
+}
+
+TEST(ProgramTest, TwoServicesShareADatabaseAndOneIsDrained) {
+    const ScratchFolder folder;
+    const AccountsPlace place(Database::Postgres);
+    const std::string file = folder / "unused.db";
+    ServiceAndAdministrator first(file, {"--accounts", place.Url(), "--instance", "a"});
+    ServiceAndAdministrator second(file, {"--accounts", place.Url(), "--instance=b"});
+    Program add({"keys", "add", kAnna, "--accounts", place.Url(), "--seconds", "90"});
+    EXPECT_EQ(add.ExitCode(), 0);
+    const std::string one = first.StartSession(kAnna);
+    const std::string other = second.StartSession(kAnna);
+    EXPECT_TRUE(one.ends_with(".a")) << one;
+    EXPECT_TRUE(other.ends_with(".b")) << other;
+    EXPECT_EQ(first.Get("/health"), "ready");
+    EXPECT_TRUE(first.Speak(kAnna, one).starts_with('['));
+
+    first.Signal(SIGUSR1);
+    while (first.Get("/health") == "ready") { // until it has come
+    }
+    EXPECT_TRUE(Contains(first.StartSession(kAnna), "stopped"));
+    EXPECT_TRUE(first.Speak(kAnna, one).starts_with('[')) << "a session was cut";
+    EXPECT_TRUE(second.Speak(kAnna, other).starts_with('['));
+    first.StopSession(kAnna, one);
+    EXPECT_EQ(first.ExitCode(), 0);
+    second.Signal(SIGTERM);
+    EXPECT_EQ(second.ExitCode(), 0);
+
+    Program list({"keys", "list", "--accounts", place.Url()});
+    EXPECT_EQ(list.Line(), "anna-...  enabled  87 s left of 90 s, 2 s used, 2 sessions");
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+// Everything it keeps has its place: a temporary folder that is full, or missing, is none of it.
+TEST(ProgramTest, NoTemporaryFolderIsNeeded) {
+    const ScratchFolder folder;
+    ::setenv("TMPDIR", (folder / "missing").c_str(), 1);
+    ::setenv("SQLITE_TMPDIR", (folder / "missing").c_str(), 1);
+    const ServiceAndAdministrator both(folder / "accounts.db");
+    both.Keys({"add", kAnna});
+    const std::string session = both.StartSession(kAnna);
+    EXPECT_TRUE(both.Speak(kAnna, session).starts_with('[')) << session;
+    ::unsetenv("TMPDIR");
+    ::unsetenv("SQLITE_TMPDIR");
 }
 
 TEST(ProgramTest, AKeyCanComeByStandardInput) {
@@ -315,14 +415,21 @@ TEST_F(ProgramSettingsTest, SighupTakesCertificateAndSettingsAndCutsNobody) {
 
     httplib::Server other;
     const std::string taken = std::to_string(other.bind_to_any_port("127.0.0.1"));
-    for (const std::string& nonsense : {std::string("PROT=1\n"), std::string("DECODERS=many\n"),
-                                        std::string("PORT=70000\n"), "PORT=" + taken + '\n'}) {
+    for (const std::string& nonsense :
+         {std::string("PROT=1\n"), std::string("DECODERS=many\n"), std::string("PORT=70000\n"),
+          "PORT=" + taken + '\n', std::string("INSTANCE=other\n"),
+          "KEY=" + (folder_ / "former/server.key").string() + '\n'}) {
         Write("later", nonsense);
         service.Signal(SIGHUP);
         EXPECT_TRUE(Reaches(secondPort, "later")) << nonsense;
     }
     service.Signal(SIGTERM);
     EXPECT_EQ(service.ExitCode(), 0);
+    Write("later", "KEY=" + (folder_ / "former/server.key").string() + '\n');
+    EXPECT_EQ(
+        Program({"serve", "--settings", file_, "--database", folder_ / "accounts.db"}).ExitCode(),
+        1)
+        << "it began with the key of another certificate";
     Write("later", "PORT=70000\n");
     Program again({"serve", "--settings", file_, "--database", folder_ / "accounts.db"});
     EXPECT_EQ(again.ExitCode(), 2) << "it began with settings that make no sense";
@@ -361,6 +468,10 @@ TEST(ProgramTest, KeysAreMadeAndChangedByTheCommandsAndWrongOnesFailWithTheirCod
         {{"keys", "add", "--seconds", "5", "--unlimited"}, 2, ""},
         {{"keys", "sell"}, 2, ""},
         {{"serve", "--certificate", "/none", "--key", "/none"}, 1, ""},
+        {{"serve", "--plain", "--instance", "a.b"}, 2, ""},
+        {{"keys", "list", "--accounts", "mysql://here"}, 2, ""},
+        {{"keys", "list", "--accounts", "postgresql:///none?host=/none"}, 1, ""},
+        {{"keys", "list", "--settings", "/none"}, 1, ""},
     };
     for (Case sample : cases) {
         sample.arguments.insert(sample.arguments.end(), {"--database", database});

@@ -2,6 +2,7 @@
 #include "recorded_speech.h"
 #include "scratch_folder.h"
 #include "sessions.h"
+#include "sqlite_accounts.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -23,8 +24,7 @@ class SessionsTest : public testing::Test {
 protected:
     void Open(std::size_t decoders, const SessionLimits& limits = {}) {
         pool_.emplace(decoders);
-        for (std::vector<DecoderLease> loaded; loaded.size() < decoders;) {
-            loaded.push_back(pool_->Acquire()); // so that no start takes time
+        while (pool_->LoadOne()) { // so that no start takes time
         }
         sessions_.emplace(ledger_, *pool_, chains_, limits);
     }
@@ -34,7 +34,7 @@ protected:
         account.unlimited = quotaMs == 0;
         account.initialMs = quotaMs;
         account.sessions = sessions;
-        accounts_.Add(key, account);
+        accounts_->Add(key, account);
     }
 
     std::string Start(const KeyHash& key) {
@@ -51,8 +51,8 @@ protected:
     }
 
     const ScratchFolder folder_;
-    Accounts accounts_{folder_ / "accounts.db", 100ms};
-    Ledger ledger_{accounts_};
+    const std::unique_ptr<Accounts> accounts_ = OpenSqliteAccounts(folder_ / "accounts.db", 100ms);
+    Ledger ledger_{*accounts_};
     ChainPool chains_;
     std::optional<DecoderPool> pool_;
     std::optional<Sessions> sessions_;
