@@ -41,6 +41,9 @@ test_packages=(
     googletest libbenchmark-dev libcpp-httplib-dev libgmock-dev libgtest-dev libsamplerate0-dev
     libspeexdsp-dev postgresql)
 cluster_packages=(haproxy postgresql)
+words_packages=(
+    asterisk-core-sounds-{en,es,fr,it,ru} asterisk-core-sounds-{en,es,fr,it,ru}-g722
+    asterisk-moh-opsound-g722 ffmpeg)
 deb_packages=(appstream desktop-file-utils dpkg-dev file git)
 zip_packages=(binutils-mingw-w64-x86-64 g++-mingw-w64-x86-64-posix git icoutils unzip zip)
 clean_root_packages=(curl debootstrap iproute2 pocketsphinx-testdata procps systemd-container)
