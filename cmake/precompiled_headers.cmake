@@ -18,12 +18,13 @@ function(kelvarin_precompile owner)
     cmake_parse_arguments(PARSE_ARGV 1 precompile "" "" "HEADERS;USERS")
     target_precompile_headers(${owner} PRIVATE ${precompile_HEADERS})
     # GCC 12 takes what is precompiled for code of ours, and then warns of copies in std::string that
-    # cannot be. The packages are compiled with this warning.
-    target_compile_options(${owner} PRIVATE -Wno-array-bounds)
+    # cannot be. The packages are compiled with these warnings.
+    set(false_alarms -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+    target_compile_options(${owner} PRIVATE ${false_alarms})
     foreach(user IN LISTS precompile_USERS)
         if(TARGET ${user})
             target_precompile_headers(${user} REUSE_FROM ${owner})
-            target_compile_options(${user} PRIVATE -Wno-array-bounds)
+            target_compile_options(${user} PRIVATE ${false_alarms})
         endif()
     endforeach()
 endfunction()
@@ -57,10 +58,4 @@ if(KELVARIN_TESTS)
         kelvarin_precompile(service_tests
             HEADERS <gtest/gtest.h> <gmock/gmock.h> <httplib.h> <nlohmann/json.hpp> ${standard_headers})
     endif()
-    # Likewise.
-    foreach(target kelvarin_tests service_tests)
-        if(TARGET ${target})
-            target_compile_options(${target} PRIVATE -Wno-stringop-overflow)
-        endif()
-    endforeach()
 endif()
