@@ -183,6 +183,24 @@ TEST(PopupDevices, ASavedOneThatIsMissingIsNeitherForgottenNorOverlookedWhenItCo
     EXPECT_EQ(stored(), "Built-in");
 }
 
+TEST(PopupDevices, OneThatIsChosenInThePlaceOfAMissingOneIsStored) {
+    ScriptedEndpoints devices;
+    devices.Add(TEXT("m1"), eCapture).name = TEXT("Built-in");
+    devices.Add(TEXT("s1"), eRender).name = TEXT("Speakers");
+    for (const int list : {kMicListId, kLoopbackListId}) {
+        PopupProbe probe([](HKEY key) {
+            WriteStoredText(key, stored::kMicrophone, TEXT("Gone"));
+            WriteStoredText(key, stored::kLoopback, TEXT("Gone"));
+        });
+        probe.Select(list, 0);
+        probe.Popup().Hide();
+        EXPECT_EQ(WideToUtf8(StoredText(probe, stored::kMicrophone)),
+                  list == kMicListId ? "Built-in" : "Gone");
+        EXPECT_EQ(WideToUtf8(StoredText(probe, stored::kLoopback)),
+                  list == kLoopbackListId ? "Speakers" : "Gone");
+    }
+}
+
 TEST(PopupDevices, ManyAndOddlyNamedOnesAreAllShown) {
     ScriptedEndpoints devices;
     const WideString names[] = {TEXT(""),         WideString(300, WCHAR{'n'}),
