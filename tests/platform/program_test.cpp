@@ -1,6 +1,7 @@
 // The program as it is started: by itself, again, and many times at once.
 #include "forked_child.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,8 +11,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <fcntl.h>
 
 namespace {
 
