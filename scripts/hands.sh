@@ -49,6 +49,27 @@ picture_of() {
         $((height + 2 * margin))
 }
 
+# bright FILE LEFT TOP WIDTH HEIGHT: how many pixels of that part of the picture are bright.
+bright() {
+    convert "$1" -crop "$4x$5+$2+$3" +repage -colorspace Gray -threshold 40% \
+        -format '%[fx:round(mean*w*h)]' info:
+}
+
+# look_at_overlay FILE MARGIN: whether what must be seen during a run is there for the eye, in a
+# picture of the overlay with so many pixels around it.
+look_at_overlay() {
+    local left top size right width height
+    read -r left top size _ <<<"${places[overlay.settings]}"
+    read -r right _ <<<"${places[overlay.hide]}"
+    read -r _ _ width height <<<"${places[overlay]}"
+    (($(bright "$1" $(($2 + size)) $(($2 + top)) $((left - size)) "$size") >= 100)) ||
+        fail "the title cannot be seen in $1"
+    (($(bright "$1" $(($2 + left)) $(($2 + top)) $((right + size - left)) "$size") >= 250)) ||
+        fail "the toolbar cannot be seen in $1"
+    (($(bright "$1" $(($2 + size)) $(($2 + top + 2 * size)) $((width - 3 * size)) \
+        $((height - top - 3 * size))) >= 800)) || fail "no caption can be seen in $1"
+}
+
 trace=$out/kelvarin.trace
 pictures=$out
 
@@ -120,6 +141,7 @@ listen() {
     wait_until 20 all_are_shown ||
         fail "there are $(captions) captions of $sentences sentences"
     picture_of "$pictures/overlay.png" overlay 20
+    look_at_overlay "$pictures/overlay.png" 20
     echo "The captions are to be seen in $pictures/overlay.png."
     say "Transcript"
     tr -d '\r' <"$transcript"

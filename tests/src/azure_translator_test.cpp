@@ -457,6 +457,64 @@ TEST_F(Translator, EndsWithoutCallbacksToo) {
     EXPECT_EQ(AudioSent(), Texts{});
 }
 
+// ---- Pace and patience -------------------------------------------------------------------------
+
+// Exchanges with the service within a second, which a busy machine can only make fewer.
+TEST_F(Translator, AsksNoMoreThanTenTimesASecondInSilenceAndLittleMoreOfAServiceThatFails) {
+    for (const bool failing : {false, true}) {
+        if (failing) {
+            exchanges = std::vector<ScriptedAnswer>(1000, Status(500, "internal_error"));
+            translator = std::make_unique<AzureTranslator>();
+        }
+        Configure();
+        ASSERT_TRUE(translator->Start());
+        const std::size_t before = service.Requests().size();
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+        while (std::chrono::steady_clock::now() < end) {
+            if (failing) {
+                Push("more"); // so that only the failures hold it up
+            }
+            Sleep(1);
+        }
+        const std::size_t asked = service.Requests().size() - before;
+        EXPECT_GE(asked, 2u);
+        EXPECT_LE(asked, failing ? 21u : 12u);
+        translator->Stop();
+    }
+}
+
+TEST_F(Translator, TakesAudioWhileARequestIsOutAndSendsAllOfItThen) {
+    ScriptedAnswer slow = Status(200, "[]");
+    slow.delay = std::chrono::seconds(3);
+    exchanges = {slow};
+    Configure();
+    ASSERT_TRUE(translator->Start());
+    ASSERT_TRUE(service.WaitForRequests(2));
+    const auto began = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20; ++i) {
+        Push("10 ms");
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2));
+    EXPECT_EQ(AudioSent(), Texts{});
+    ASSERT_TRUE(WaitForAudio(1));
+    std::string all;
+    for (int i = 0; i < 20; ++i) {
+        all += "10 ms";
+    }
+    EXPECT_EQ(AudioSent(), Texts{Encoded(all)}) << "together, in their order";
+}
+
+TEST_F(Translator, SendsNothingThatWasHeardBeforeItStartedOrAfterItStopped) {
+    Configure();
+    Push("before");
+    ASSERT_TRUE(translator->Start());
+    Push("during");
+    ASSERT_TRUE(WaitForAudio(1));
+    translator->Stop();
+    Push("after");
+    EXPECT_EQ(AudioSent(), Texts{Encoded("during")});
+}
+
 // ---- Requests that are given up ----------------------------------------------------------------
 
 struct Stall {

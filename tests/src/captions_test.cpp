@@ -15,8 +15,12 @@ namespace fs = std::filesystem;
 
 // ---- Card heights ------------------------------------------------------------------------------
 
-float PretendHeight(const WideString& text, bool translation) {
-    return static_cast<float>(text.size()) * (translation ? 1.25F : 1.0F) + 10.0F;
+// A measurer of texts as tall as such terms make them.
+auto PretendHeights(const CardHeights::Terms& terms) {
+    const auto perUnit = static_cast<float>(terms.dpi) / static_cast<float>(terms.cardWidth);
+    return [perUnit](const WideString& text, bool translation) {
+        return static_cast<float>(text.size()) * perUnit * (translation ? 1.25F : 1.0F) + 10.0F;
+    };
 }
 
 // What the cards come to when each is measured anew.
@@ -26,14 +30,14 @@ struct Measured {
 };
 Measured MeasureAll(const std::vector<CaptionEntry>& captions, const CardHeights::Terms& terms) {
     Measured all;
+    const auto height = PretendHeights(terms);
     double y = 0;
     for (const CaptionEntry& caption : captions) {
         all.tops.push_back(y);
         if (!caption.Empty()) {
             const bool translated = !caption.translated.empty() && terms.showTranslation;
-            const CardTexts texts{caption.original.empty() ? 0
-                                                           : PretendHeight(caption.original, false),
-                                  translated ? PretendHeight(caption.translated, true) : 0};
+            const CardTexts texts{caption.original.empty() ? 0 : height(caption.original, false),
+                                  translated ? height(caption.translated, true) : 0};
             y += texts.CardHeight() + static_cast<float>(terms.gap);
         }
     }
@@ -72,7 +76,7 @@ TEST(CardHeights, StayThoseOfMeasuringEverythingAnewWhateverHappensToTheList) {
         if (below(3) == 0) {
             continue; // several changes between two paints
         }
-        heights.Update(captions, terms, PretendHeight);
+        heights.Update(captions, terms, PretendHeights(terms));
         const Measured expected = MeasureAll(captions, terms);
         ASSERT_EQ(heights.ContentHeight(), expected.content) << "step " << step;
         for (std::size_t i = 0; i < captions.size(); ++i) {
@@ -87,7 +91,7 @@ TEST(CardHeights, MeasureATextOnceHoweverOftenAndWithWhateverListItIsPainted) {
     int measured = 0;
     const auto measure = [&](const WideString& text, bool translation) {
         ++measured;
-        return PretendHeight(text, translation);
+        return PretendHeights({350, 96, 6, true})(text, translation);
     };
     heights.Update(captions, {350, 96, 6, true}, measure);
     EXPECT_EQ(measured, 10000);

@@ -1,3 +1,5 @@
+#include "config_popup_layout.h"
+#include "dpi.h"
 #include "popup_probe.h"
 #include "scripted_endpoints.h"
 #include "stored_values.h"
@@ -181,6 +183,24 @@ TEST(PopupDevices, ASavedOneThatIsMissingIsNeitherForgottenNorOverlookedWhenItCo
     EXPECT_EQ(stored(), "Built-in");
 }
 
+TEST(PopupDevices, OneThatIsChosenInThePlaceOfAMissingOneIsStored) {
+    ScriptedEndpoints devices;
+    devices.Add(TEXT("m1"), eCapture).name = TEXT("Built-in");
+    devices.Add(TEXT("s1"), eRender).name = TEXT("Speakers");
+    for (const int list : {kMicListId, kLoopbackListId}) {
+        PopupProbe probe([](HKEY key) {
+            WriteStoredText(key, stored::kMicrophone, TEXT("Gone"));
+            WriteStoredText(key, stored::kLoopback, TEXT("Gone"));
+        });
+        probe.Select(list, 0);
+        probe.Popup().Hide();
+        EXPECT_EQ(WideToUtf8(StoredText(probe, stored::kMicrophone)),
+                  list == kMicListId ? "Built-in" : "Gone");
+        EXPECT_EQ(WideToUtf8(StoredText(probe, stored::kLoopback)),
+                  list == kLoopbackListId ? "Speakers" : "Gone");
+    }
+}
+
 TEST(PopupDevices, ManyAndOddlyNamedOnesAreAllShown) {
     ScriptedEndpoints devices;
     const WideString names[] = {TEXT(""),         WideString(300, WCHAR{'n'}),
@@ -203,32 +223,38 @@ TEST(PopupDevices, ManyAndOddlyNamedOnesAreAllShown) {
 TEST(PopupControls, StandWhereTheLayoutPutsThem) {
     struct Case {
         int id;
-        RECT box;
+        ControlBox box;
     };
-    const PopupProbe probe;
-    for (const Case& c : {Case{kKeyEditId, {24, 81, 366, 101}},
-                          {kLangAListId, {16, 165, 177, 193}},
-                          {kLangBListId, {213, 165, 374, 193}},
-                          {kMicListId, {16, 226, 340, 254}},
-                          {kRefreshMicId, {344, 226, 374, 254}},
-                          {kLoopbackListId, {16, 287, 340, 315}},
-                          {kRefreshLoopbackId, {344, 287, 374, 315}},
-                          {kStartButtonId, {16, 329, 374, 363}}}) {
-        RECT box{};
-        GetWindowRect(probe.Control(c.id), &box);
-        POINT corners[] = {{box.left, box.top}, {box.right, box.bottom}};
-        for (POINT& corner : corners) {
-            ScreenToClient(probe.Window(), &corner);
+    for (const int dpi : {96, 192}) {
+        DpiScale = dpi;
+        const PopupProbe probe;
+        const PopupLayout layout = LayOutPopup(dpi);
+        const Case cases[] = {{kKeyEditId, layout.keyEdit},
+                              {kLangAListId, layout.langAList},
+                              {kLangBListId, layout.langBList},
+                              {kMicListId, layout.micList},
+                              {kRefreshMicId, layout.refreshMic},
+                              {kLoopbackListId, layout.loopbackList},
+                              {kRefreshLoopbackId, layout.refreshLoopback},
+                              {kStartButtonId, layout.start}};
+        for (const Case& c : cases) {
+            RECT box{};
+            GetWindowRect(probe.Control(c.id), &box);
+            POINT corners[] = {{box.left, box.top}, {box.right, box.bottom}};
+            for (POINT& corner : corners) {
+                ScreenToClient(probe.Window(), &corner);
+            }
+            EXPECT_EQ(corners[0].x, c.box.x) << c.id;
+            EXPECT_EQ(corners[0].y, c.box.y) << c.id;
+            EXPECT_EQ(corners[1].x, c.box.x + c.box.w) << c.id;
+            EXPECT_EQ(corners[1].y, c.box.y + c.box.h) << c.id;
         }
-        EXPECT_EQ(corners[0].x, c.box.left) << c.id;
-        EXPECT_EQ(corners[0].y, c.box.top) << c.id;
-        EXPECT_EQ(corners[1].x, c.box.right) << c.id;
-        EXPECT_EQ(corners[1].y, c.box.bottom) << c.id;
+        RECT client{};
+        GetClientRect(probe.Window(), &client);
+        EXPECT_EQ(client.right, layout.width);
+        EXPECT_EQ(client.bottom, layout.height);
     }
-    RECT client{};
-    GetClientRect(probe.Window(), &client);
-    EXPECT_EQ(client.right, 390);
-    EXPECT_EQ(client.bottom, 381);
+    DpiScale = 96;
 }
 
 TEST(PopupControls, CannotBeUsedDuringARun) {

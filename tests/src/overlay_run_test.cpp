@@ -1,10 +1,12 @@
 #include "overlay_probe.h"
 #include "scripted_endpoints.h"
 #include "scripted_service.h"
+#include "stored_values.h"
 #include "test_service_url.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 
@@ -30,6 +32,7 @@ protected:
 
     ScriptedAnswer Answer(const ScriptedRequest& request) {
         ScriptedAnswer answer;
+        answer.delay = slowness;
         if (request.target == "/session/start") {
             answer.status = startStatus;
             answer.body = R"({"session_id":"s-1"})";
@@ -64,6 +67,19 @@ protected:
         Start();
         ASSERT_TRUE(overlay->PumpUntil([&] { return overlay->IsRunning(); })) << overlay->Status();
     }
+    static void StoreDevices(const WCHAR* micName, const WCHAR* loopbackName) {
+        HKEY key = nullptr;
+        RegCreateKeyExW(HKEY_CURRENT_USER, TEXT("Software\\Kelvarin\\Config"), 0, nullptr, 0,
+                        KEY_ALL_ACCESS, nullptr, &key, nullptr);
+        WriteStoredText(key, TEXT("mic_device_name"), micName);
+        WriteStoredText(key, TEXT("loopback_device_name"), loopbackName);
+        RegCloseKey(key);
+    }
+    int RequestsTo(const char* target) const {
+        const auto requests = service.Requests();
+        return static_cast<int>(std::count_if(requests.begin(), requests.end(),
+                                              [&](const auto& r) { return r.target == target; }));
+    }
     bool ListensTo(bool useMic, bool useLoopback) {
         return overlay->PumpUntil(
             [&] { return mic.Running() == useMic && speaker.Running() == useLoopback; });
@@ -76,6 +92,7 @@ protected:
     }
     int OpenCaptures() const { return mic.Running() + speaker.Running(); }
 
+    std::atomic<std::chrono::milliseconds> slowness{}; // of each answer
     std::atomic<int> startStatus{200};
     std::atomic<int> exchangeStatus{200}; // of the next exchange alone
     std::atomic<bool> keyValid{true};
@@ -104,6 +121,76 @@ TEST_F(OverlayRun, GoesThroughTheStatesOfAnOrdinaryRun) {
     EXPECT_EQ(OpenCaptures(), 0);
 }
 
+// The limit leaves room for a busy machine; one wait would take five seconds.
+TEST_F(OverlayRun, NothingThatTheUserDoesWaitsForTheNetwork) {
+    slowness = std::chrono::seconds(5);
+    const auto quick = [&](const char* what, const std::function<void()>& act) {
+        const auto began = std::chrono::steady_clock::now();
+        act();
+        overlay->Pump();
+        EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2)) << what;
+    };
+    quick("start", [&] { Start(); });
+    for (const int id : {kLoopbackButton, kSettingsButton, kSettingsButton, kClearButton,
+                         kTranslationButton, kHideButton, kStopButton}) {
+        quick("a button", [&] { overlay->Command(id); });
+    }
+    quick("start again", [&] { Start(); });
+    quick("the settings, whose key is being checked", [&] {
+        overlay->Command(kSettingsButton);
+        overlay->Command(kSettingsButton);
+    });
+    quick("exit", [&] { overlay->Tray().RunCommand(1004); });
+    EXPECT_FALSE(IsWindow(overlay->Window()));
+}
+
+TEST_F(OverlayRun, LocksTheSettingsAndUnlocksThemHoweverItEnds) {
+    EXPECT_FALSE(overlay->SettingsLocked());
+    for (const bool refused : {false, true}) {
+        StartAndWait();
+        EXPECT_TRUE(overlay->SettingsLocked());
+        if (refused) {
+            exchangeStatus = 403;
+        } else {
+            overlay->Command(kStopButton);
+            EXPECT_TRUE(overlay->SettingsLocked()) << "until it has stopped";
+        }
+        ASSERT_TRUE(overlay->PumpUntil([&] { return !overlay->IsRunning(); }));
+        EXPECT_FALSE(overlay->SettingsLocked());
+    }
+}
+
+TEST_F(OverlayRun, ListensToTheDevicesThatWereChosen) {
+    ScriptedEndpoint& otherSpeaker = scene.Add(TEXT("speaker 2"), eRender);
+    ScriptedEndpoint& otherMic = scene.Add(TEXT("mic 2"), eCapture);
+    otherSpeaker.name = TEXT("Second speaker");
+    otherMic.name = TEXT("Second microphone");
+    StoreDevices(TEXT("Second microphone"), TEXT("Second speaker"));
+    overlay->Command(kLoopbackButton);
+    StartAndWait();
+    EXPECT_TRUE(overlay->PumpUntil([&] { return otherMic.Running() && otherSpeaker.Running(); }));
+    EXPECT_EQ(OpenCaptures(), 0);
+    overlay->Command(kMicrophoneButton); // and so does a switch
+    EXPECT_TRUE(overlay->PumpUntil([&] { return !otherMic.Running(); }));
+    EXPECT_TRUE(overlay->PumpUntil([&] { return otherSpeaker.Running() == 1; }));
+    EXPECT_EQ(OpenCaptures(), 0);
+    StoreDevices(TEXT(""), TEXT(""));
+}
+
+TEST_F(OverlayRun, KeepsResultsThatWaitWhenTheNextRunBegins) {
+    StartAndWait();
+    TranslationResult waiting;
+    waiting.original = TEXT("from before");
+    waiting.isFinal = true;
+    PostResult(overlay->Window(), waiting);
+    PostMessageW(overlay->Window(), kMsgStopped, 0, 0); // of the old run, and not of the new one
+    Start();
+    overlay->Pump();
+    ASSERT_EQ(overlay->Captions().size(), 1u);
+    EXPECT_NE(overlay->Status(), "Paused");
+    EXPECT_TRUE(Settled(""));
+}
+
 TEST_F(OverlayRun, SwitchesItsSourceWithoutTouchingTheSession) {
     StartAndWait();
     overlay->Command(kLoopbackButton);
@@ -125,11 +212,7 @@ TEST_F(OverlayRun, SwitchesItsSourceWithoutTouchingTheSession) {
     overlay->Command(kStopButton);
     ASSERT_TRUE(Settled("Paused"));
     EXPECT_EQ(OpenCaptures(), 0);
-    int starts = 0;
-    for (const auto& request : service.Requests()) {
-        starts += request.target == "/session/start" ? 1 : 0;
-    }
-    EXPECT_EQ(starts, 1);
+    EXPECT_EQ(RequestsTo("/session/start"), 1);
 }
 
 // A sound server that hangs: the overlay must stay alive, and nothing may be left open behind it.
@@ -256,6 +339,7 @@ TEST_P(OverlayStartFailure, EndsIdleWithItsReasonAndTheNextCleanStopSaysPausedAg
     EXPECT_TRUE(overlay->StatusIsError());
     EXPECT_FALSE(overlay->IsRunning());
     EXPECT_EQ(OpenCaptures(), 0);
+    EXPECT_EQ(RequestsTo("/session/stop"), startStatus == 200 ? 1 : 0) << "a session is closed";
     startStatus = 200;
     keyValid = true;
     mic.Fail("Start", S_OK);

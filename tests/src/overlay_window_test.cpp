@@ -87,12 +87,12 @@ TEST(Overlay, LetsThePointerThroughAndTakesItAgainStayingLayered) {
     EXPECT_TRUE(overlay.Tray().allowRecording) << "nothing was chosen";
 }
 
-TEST(Overlay, TakesTheSuggestedPlaceAtAnotherDpiButKeepsItsHeightInMind) {
-    OverlayProbe overlay;
-    RECT suggested{10, 20, 390, 440};
-    overlay.Send(WM_DPICHANGED, MAKEWPARAM(96, 96), reinterpret_cast<LPARAM>(&suggested));
-    EXPECT_EQ(overlay.Bounds().left, 10);
-    EXPECT_EQ(HeightOf(overlay.Bounds()), 420);
+TEST(Overlay, StartsWithTheSourcesThatWereStored) {
+    for (const bool mic : {false, true}) {
+        const OverlayProbe overlay({TEXT("key-1"), mic, !mic, 0});
+        EXPECT_EQ(overlay.UsesMic(), mic);
+        EXPECT_EQ(overlay.UsesLoopback(), !mic);
+    }
 }
 
 TEST(Overlay, StartsWithTheTextThatShowsTheButtonsToPress) {

@@ -133,6 +133,10 @@ void OverlayProbe::Fill(std::size_t count, const WideString& original,
     }
 }
 
+bool OverlayProbe::SettingsLocked() const {
+    return PopupProbe::IsLocked(*overlay_->popup_);
+}
+
 RECT OverlayProbe::CaptionArea() const {
     return {0, overlay_->captionTop_, 0, overlay_->captionTop_ + overlay_->captionHeight_};
 }

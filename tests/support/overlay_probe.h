@@ -60,6 +60,7 @@ public:
     bool UsesMic() const { return overlay_->useMic_; }
     bool UsesLoopback() const { return overlay_->useLoopback_; }
     bool PopupVisible() const { return overlay_->popup_->IsVisible(); }
+    bool SettingsLocked() const;
     // Null before the first run. Lives as long as any thread of the run does.
     std::weak_ptr<TranslationRun> CurrentRun() const { return overlay_->run_; }
     std::vector<CaptionEntry> Captions() const { return overlay_->captions_; }

@@ -65,6 +65,10 @@ public:
     // process a thread may not be in the network's libraries any more.
     static std::function<void()> WaitForChecksOf(const ConfigPopup& popup);
 
+    static bool IsLocked(const ConfigPopup& popup) {
+        return IsWindowEnabled(popup.keyEdit_) == FALSE;
+    }
+
     std::unique_ptr<TestPicture> Card() const;
     std::unique_ptr<TestPicture> ButtonFace(int id, UINT state) const;
 
