@@ -2,10 +2,9 @@
 #include "base64.h"
 
 #include <benchmark/benchmark.h>
+#include <openssl/evp.h>
 
 #include <vector>
-
-#include <openssl/evp.h>
 
 namespace {
 

@@ -8,6 +8,11 @@
 #include "test_service_url.h"
 
 #include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <cstdio>
@@ -15,12 +20,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <curl/curl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 

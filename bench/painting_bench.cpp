@@ -1,10 +1,8 @@
 // What pictures of the windows are made of: text measured for the first time and again, text drawn,
 // cards filled, pictures copied. The baseline is the clearing of the picture.
 #include <windows.h>
-
-#include <gdiplus.h>
-
 #include <benchmark/benchmark.h>
+#include <gdiplus.h>
 
 #include <cstdlib>
 #include <string>

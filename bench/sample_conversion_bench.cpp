@@ -4,13 +4,12 @@
 #include "sample_conversion.h"
 
 #include <benchmark/benchmark.h>
+#include <samplerate.h>
+#include <speex/speex_resampler.h>
 
 #include <cmath>
 #include <memory>
 #include <vector>
-
-#include <samplerate.h>
-#include <speex/speex_resampler.h>
 
 namespace {
 

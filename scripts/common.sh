@@ -41,6 +41,9 @@ test_packages=(
     googletest libbenchmark-dev libcpp-httplib-dev libgmock-dev libgtest-dev libsamplerate0-dev
     libspeexdsp-dev postgresql)
 cluster_packages=(haproxy postgresql)
+words_packages=(
+    asterisk-core-sounds-{en,es,fr,it,ru} asterisk-core-sounds-{en,es,fr,it,ru}-g722
+    asterisk-moh-opsound-g722 ffmpeg)
 deb_packages=(appstream desktop-file-utils dpkg-dev file git)
 zip_packages=(binutils-mingw-w64-x86-64 g++-mingw-w64-x86-64-posix git icoutils unzip zip)
 clean_root_packages=(curl debootstrap iproute2 pocketsphinx-testdata procps systemd-container)
@@ -79,7 +82,7 @@ build() {
     fi
 }
 
-# The version that CMake has found in the project; behind a build.
+# The version that CMake has found in the project; known after a build.
 built_version() { sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$root/build/$1/CMakeCache.txt"; }
 
 # The time that everything in a package gets, so that building the same sources again gives the same

@@ -1,13 +1,32 @@
 # A user's hands and eyes for a try-out on a screen of its own: pressing what stands on the overlay and
-# in the settings, at 96 DPI, playing sentences, and looking at what came of it. Sourced behind
+# in the settings, at 96 DPI, playing sentences, and looking at what came of it. Sourced after
 # scene.sh; `program` is the command that starts Kelvarin.
+
+# Where everything stands: "LEFT TOP WIDTH HEIGHT" in its window, by name. The name begins with that of
+# the window: overlay.settings, popup.start.
+declare -A places
+while read -r name place; do
+    places[$name]=$place
+done < <("$bin/tools/kelvarin-places")
+[ -v 'places[popup.start]' ] || fail "kelvarin-places names no places"
+
+# spot NAME: sets spot_x and spot_y to the middle of the place on the screen. The window has to have been
+# found by place_of.
+spot() {
+    [ -v "places[$1]" ] || fail "there is no place called $1"
+    local left top width height
+    read -r left top width height <<<"${places[$1]}"
+    local -n window_x=${1%%.*}_x window_y=${1%%.*}_y
+    spot_x=$((window_x + left + width / 2))
+    spot_y=$((window_y + top + height / 2))
+}
 
 # click BUTTON X Y: with a pointer that comes from elsewhere, as a hand's does.
 click() {
     xdotool mousemove "$(($2 - 3))" "$(($3 + 2))" sleep 0.1 mousemove "$2" "$3" sleep 0.1 click "$1"
 }
-on_overlay() { click 1 $((overlay_x + $1)) $((overlay_y + $2)); }
-on_popup() { click 1 $((popup_x + $1)) $((popup_y + $2)); }
+press() { spot "$1"; click 1 "$spot_x" "$spot_y"; }
+point_at() { spot "$1"; xdotool mousemove "$spot_x" "$spot_y"; }
 
 # place_of NAME WINDOW: its place as NAME_x and NAME_y, once it is seen.
 place_of() {
@@ -20,6 +39,15 @@ place_of() {
 
 # picture FILE LEFT TOP WIDTH HEIGHT, of the screen.
 picture() { import -window root -crop "$4x$5+$2+$3" +repage "$1"; }
+
+# picture_of FILE WINDOW [MARGIN]: of one of the program's windows, with so many pixels around it.
+picture_of() {
+    local margin=${3:-0} width height
+    local -n window_x=${2}_x window_y=${2}_y
+    read -r _ _ width height <<<"${places[$2]}"
+    picture "$1" $((window_x - margin)) $((window_y - margin)) $((width + 2 * margin)) \
+        $((height + 2 * margin))
+}
 
 trace=$out/kelvarin.trace
 pictures=$out
@@ -45,13 +73,14 @@ exit_by_tray() {
 # The bar under a key that works is green.
 key_is_valid() {
     local red green
-    read -r red green _ < <(import -window root -crop "1x1+$((popup_x + 200))+$((popup_y + 111))" \
+    spot popup.key_bar
+    read -r red green _ < <(import -window root -crop "1x1+$spot_x+$spot_y" \
         -depth 8 rgb:- | od -An -tu1)
     ((green > red + 8))
 }
 
 open_settings() {
-    on_overlay 198 20
+    press overlay.settings
     place_of popup Config
 }
 
@@ -59,16 +88,17 @@ open_settings() {
 set_up_key_and_languages() {
     say "Opening the settings, typing the access key, choosing the languages"
     open_settings
-    on_popup 195 91
+    press popup.key
     xdotool type --delay 20 "$key"
     wait_until 5 key_is_valid || fail "the access key is not shown as valid"
-    on_popup 96 179 # Language A: English (US), the third entry
+    press popup.language_a # English (US), the third entry
     sleep 0.3
-    on_popup 96 253
-    on_popup 293 179 # Language B: Español, the tenth entry, two notches of the wheel away
+    press popup.language_a.row3
+    press popup.language_b # Español, the tenth entry, two notches of the wheel away
     sleep 0.3
-    xdotool mousemove $((popup_x + 293)) $((popup_y + 250)) click 5 click 5
-    on_popup 293 373
+    point_at popup.language_b.row3
+    xdotool click 5 click 5
+    press popup.language_b.row8
 }
 
 captions() { grep -c '^\[' "$transcript"; }
@@ -78,7 +108,7 @@ all_are_shown() { [ "$(captions)" -ge "$sentences" ]; }
 # captions in the folder's transcript, and stops.
 listen() {
     say "Pressing Start and playing five recorded sentences"
-    on_popup 195 346
+    press popup.start
     wait_for "the run" "$trace" "OnTranslationStarted" "$kelvarin"
     local recording
     for recording in "$speech"/*.wav; do
@@ -89,11 +119,11 @@ listen() {
     sentences=$(ls "$speech"/*.wav | wc -l)
     wait_until 20 all_are_shown ||
         fail "there are $(captions) captions of $sentences sentences"
-    picture "$pictures/overlay.png" $((overlay_x - 20)) $((overlay_y - 20)) 420 460
+    picture_of "$pictures/overlay.png" overlay 20
     echo "The captions are to be seen in $pictures/overlay.png."
     say "Transcript"
     tr -d '\r' <"$transcript"
     cp "$transcript" "$pictures/"
-    on_overlay 308 20
+    press overlay.stop
     wait_for "the end of the run" "$trace" "OnTranslationStopped" "$kelvarin"
 }

@@ -1,5 +1,5 @@
 # The scene for a try-out on one computer: sound devices, the translation service and a screen, all
-# private, all ended with the script. Sourced behind common.sh.
+# private, all ended with the script. Sourced after common.sh.
 
 bin=$root/build/linux
 out=$root/out
@@ -10,8 +10,8 @@ mkdir -p "$out"
 
 private=$(mktemp -d)
 started=()
-finish() {
-    local code=$?
+finish() { # [CODE]
+    local code=${1:-$?}
     trap - EXIT
     local i
     for ((i = ${#started[@]} - 1; i >= 0; --i)); do
@@ -69,12 +69,12 @@ EOF
     wait_until 10 pactl info || { cat "$private/sound.log" >&2; fail "no sound server"; }
 }
 
-# make_straight FILE: the recorded sentences behind each other, as the recogniser takes them, with a
-# second of silence behind each, as between the played ones.
+# make_straight FILE: the recorded sentences one after the other, as the recogniser takes them, with a
+# second of silence after each, as between the played ones.
 make_straight() {
     local recording
     for recording in "$speech"/*.wav; do
-        tail -c +45 "$recording" # behind the 44 bytes of its header
+        tail -c +45 "$recording" # without the 44 bytes of its header
         head -c 32000 /dev/zero
     done >"$1"
 }

@@ -99,10 +99,10 @@ public:
     virtual bool GrantUnlimited(const KeyHash& key) = 0;
     virtual bool Limit(const KeyHash& key, std::int64_t ms) = 0; // so much is left from now on
 
-    // One caller's. Stores all of a bill or nothing, and gives the accounts of its keys as they are then; keys
-    // that are no longer there are left out, and what they have used is dropped. When it throws,
-    // nobody may know which it was: the same bill is handed in again then, and counts once. A bill
-    // of nothing tells whether there is a connection.
+    // One caller's. Stores all of a bill or nothing, and gives the accounts of its keys as they are
+    // then; keys that are no longer there are left out, and what they have used is dropped. When it
+    // throws, nobody may know which it was: the same bill is handed in again then, and counts once.
+    // A bill of nothing tells whether there is a connection.
     virtual std::vector<ListedAccount> Settle(const Bill& bill) = 0;
 };
 

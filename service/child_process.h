@@ -1,10 +1,10 @@
 // One child process with its standard input and output where the caller wants them.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace service {
 

@@ -1,9 +1,9 @@
 // The owner of one file descriptor.
 #pragma once
 
-#include <utility>
-
 #include <unistd.h>
+
+#include <utility>
 
 namespace service {
 

@@ -40,6 +40,10 @@ Recognizer::~Recognizer() {
 }
 
 std::vector<std::string> Recognizer::Hear(std::span<const std::int16_t> samples) {
+    return Decode(gate_.Pass(samples));
+}
+
+std::vector<std::string> Recognizer::Decode(std::span<const std::int16_t> samples) {
     std::vector<std::string> ended;
     while (!samples.empty()) {
         const auto step = samples.first(std::min(samples.size(), kStepSamples));

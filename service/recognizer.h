@@ -1,8 +1,9 @@
-// One stream of speech cut into utterances: samples in, recognised words out. Knows nothing of
-// clocks, languages or captions.
+// One stream of sound cut into utterances: samples in, recognised words out, of what people say and
+// of nothing else. Knows nothing of clocks, languages or captions.
 #pragma once
 
 #include "decoder_pool.h"
+#include "voice_detector.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -36,9 +37,11 @@ public:
     std::string Finish();
 
 private:
+    std::vector<std::string> Decode(std::span<const std::int16_t> samples);
     void CountSpeech(std::size_t samples);
 
     DecoderLease decoder_;
+    VoiceGate gate_;
     bool inUtterance_ = false;
     std::size_t utteranceSamples_ = 0;
     std::size_t samplesSinceAdapting_ = 0;

@@ -45,7 +45,8 @@ bool FindEndpoint(const WideString& deviceId, EDataFlow flow, ComRef<IMMDevice>&
                          enumerator->GetDevice(deviceId.c_str(), device.Receive()));
 }
 
-// How a failed step stands in the trace.
+// How a failed step stands in the trace. The texts are part of what the trace promises, as the
+// people who read traces know them: they do not follow the sources when these change.
 const WCHAR* SourceText(OpenStep step) {
     switch (step) {
     case OpenStep::CreateEnumerator:

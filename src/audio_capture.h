@@ -53,9 +53,9 @@ private:
     bool StartInternal(const WideString& deviceId, bool loopback, PcmCallback callback);
     void CaptureThread(bool loopback);
 
-    static bool OpenStream(const WideString& deviceId, bool loopback, CaptureStream& stream);
-    static void CloseStream(CaptureStream& stream);
-    static void StreamReadLoop(const CaptureStream& stream, const std::atomic<bool>& stop,
+    static bool OpenStream(const WideString& deviceId, bool loopback, MixedStream& stream);
+    static void CloseStream(MixedStream& stream);
+    static void StreamReadLoop(const MixedStream& stream, const std::atomic<bool>& stop,
                                std::mutex& mutex, std::vector<std::int16_t>& queue, HANDLE queued);
     bool LaunchMixThreads();
     void JoinThreads();
@@ -82,8 +82,8 @@ private:
     bool isFloat_ = false;           // IsFloatFormat(fmt_)
 
     // The mixed mode.
-    CaptureStream micStream_;
-    CaptureStream loopStream_;
+    MixedStream micStream_;
+    MixedStream loopStream_;
     std::thread micThread_;
     std::thread loopThread_;
     std::thread mixThread_;

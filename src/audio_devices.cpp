@@ -3,12 +3,10 @@
 #include "audio_devices.h"
 
 #include "audio_capture.h"
-#include "com_ref.h"
+#include "owner.h"
 
 #include <windows.h>
-
 #include <initguid.h>
-
 #include <audioclient.h>
 #include <functiondiscoverykeys_devpkey.h>
 #include <mmdeviceapi.h>

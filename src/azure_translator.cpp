@@ -152,8 +152,7 @@ bool AzureTranslator::CheckKey(WideString& reason) {
         return false;
     }
     std::string response;
-    const DWORD status = HttpRequest(caller_, TEXT("GET"),
-                                     TEXT("/key/status?access_key=") + accessKey_, {}, response);
+    const DWORD status = HttpRequest(caller_, TEXT("GET"), KeyStatusPath(accessKey_), {}, response);
     if (openedHere) {
         CloseConnection();
     }
@@ -233,9 +232,7 @@ DWORD AzureTranslator::HttpRequest(HttpCaller& caller, const WideString& method,
     if (!hSession_ || !hConnect_) {
         return 0;
     }
-    InternetHandle request(WinHttpOpenRequest(
-        hConnect_.get(), method.c_str(), path.c_str(), nullptr, WINHTTP_NO_REFERER,
-        WINHTTP_DEFAULT_ACCEPT_TYPES, https_ ? WINHTTP_FLAG_SECURE : 0));
+    InternetHandle request = OpenRequest(hConnect_, method.c_str(), path, https_);
     if (!request) {
         return 0;
     }

@@ -3,9 +3,9 @@
 #pragma once
 
 #include "audio_queue.h"
-#include "event_handle.h"
 #include "http_caller.h"
 #include "internet.h"
+#include "owner.h"
 #include "wide_text.h"
 
 #include <windows.h>
@@ -28,7 +28,7 @@ struct TranslationResult {
 
 // Serves one session: Configure, Start, Stop, in this order and each once.
 //
-// Configure, Start, CheckKey and Stop are called one after the other, Start and those behind it on
+// Configure, Start, CheckKey and Stop are called one after the other, Start and those after it on
 // a thread that may block: each waits for the service. PushAudio is called by capture threads at
 // any time, GiveUp by any thread. The callbacks run on the exchange thread, but for the errors of
 // Start, which come from within it; they must not block for long and must not call Stop, which

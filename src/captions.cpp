@@ -26,9 +26,13 @@ void CardHeights::Place(std::size_t index, const CaptionEntry& caption) {
     Row& row = rows_[index];
     row.end = Top(index);
     if (!caption.Empty()) {
-        const CardTexts texts{row.original, terms_.showTranslation ? row.translated : 0};
-        row.end += static_cast<double>(texts.CardHeight() + static_cast<float>(terms_.gap));
+        row.end += static_cast<double>(Texts(index).CardHeight() + static_cast<float>(terms_.gap));
     }
+}
+
+CardTexts CardHeights::Texts(std::size_t index) const {
+    const Row& row = rows_[index];
+    return {row.original, terms_.showTranslation ? row.translated : 0};
 }
 
 float CardHeights::ContentHeight() const {

@@ -65,6 +65,8 @@ public:
     float ContentHeight() const;
     // The first entry whose card ends at `y` or below it, counted from the top of the content.
     std::size_t FirstEndingAt(double y) const;
+    // The heights of an entry's texts.
+    CardTexts Texts(std::size_t index) const;
     // The top of an entry's card.
     double Top(std::size_t index) const { return index == 0 ? 0 : rows_[index - 1].end; }
 
@@ -72,7 +74,7 @@ private:
     struct Row {
         float original = -1; // of the texts; negative while not measured
         float translated = -1;
-        double end = 0; // of the card and the gap behind it; a float would round in long lists
+        double end = 0; // of the card and the gap below it; a float would round in long lists
     };
 
     void Adopt(const Terms& terms, std::size_t count);
@@ -80,5 +82,5 @@ private:
 
     Terms terms_;
     std::vector<Row> rows_;
-    std::size_t known_ = 0; // rows in front that are placed
+    std::size_t known_ = 0; // rows that are placed; they are the first ones
 };

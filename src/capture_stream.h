@@ -2,13 +2,11 @@
 // its packets. What the capture modes share; knows none of them.
 #pragma once
 
-#include "com_ref.h"
-#include "event_handle.h"
+#include "owner.h"
 #include "sample_conversion.h"
 #include "wide_text.h"
 
 #include <windows.h>
-
 #include <audioclient.h>
 #include <avrt.h>
 #include <mmdeviceapi.h>
@@ -60,7 +58,7 @@ private:
 };
 
 // One stream of the mixed mode.
-struct CaptureStream {
+struct MixedStream {
     ComRef<IMMDevice> device;
     ComRef<IAudioClient> client;
     ComRef<IAudioCaptureClient> capture;

@@ -1,34 +1,31 @@
 // The settings popup as a window: its controls, the messages that it gets, and what it stores.
 #include "config_popup.h"
 
-#include "config_popup_ids.h"
-#include "config_popup_layout.h"
+#include "config_popup_controls.h"
 #include "dpi.h"
-#include "popup_colours.h"
 #include "stored_values.h"
+#include "theme.h"
+#include "window_class.h"
 #include "window_messages.h"
 #include "windows_additions.h"
 
 #include <commctrl.h>
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 namespace {
 
-constexpr const WCHAR* kPopupClass = TEXT("KelvarinConfigPopup");
-constexpr COLORREF kClassColour = 0x010101;
 constexpr int kFirstHeight = 100; // until the controls tell how much they need
 
 constexpr COLORREF kLabelText = RGB(0xAA, 0xAA, 0xCC);
 
-constexpr DWORD kDefaultRowA = 0; // "zh-CN"
-constexpr DWORD kDefaultRowB = 2; // "en-US"
+constexpr const WCHAR* kDefaultLanguageA = TEXT("zh-CN");
+constexpr const WCHAR* kDefaultLanguageB = TEXT("en-US");
 
 constexpr const WCHAR* kStartText = TEXT("▶   Start Translation");
 constexpr const WCHAR* kRunningText = TEXT("⏹   Translating…");
-
-constexpr const WCHAR* kTextFace = TEXT("Microsoft YaHei UI");
-constexpr const WCHAR* kIconFace = TEXT("Segoe MDL2 Assets");
 
 constexpr WCHAR kSelectAllCharacter = 1; // what Ctrl+A types
 
@@ -37,39 +34,10 @@ GdiFontOwner MakeGdiFont(const WCHAR* face, int size, int weight) {
                                     CLEARTYPE_QUALITY, 0, face));
 }
 
-// Makes the controls of one window.
-class ControlBuilder {
-public:
-    explicit ControlBuilder(HWND parent) : parent_(parent) {}
-
-    HWND Make(const WCHAR* windowClass, const WCHAR* text, DWORD style, const ControlBox& box,
-              int id, HFONT font) const {
-        HWND control = CreateWindowExW(0, windowClass, text, WS_CHILD | WS_VISIBLE | style, box.x,
-                                       box.y, box.w, box.h, parent_,
-                                       reinterpret_cast<HMENU>(static_cast<std::intptr_t>(id)),
-                                       GetModuleHandleW(nullptr), nullptr);
-        SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
-        return control;
-    }
-    void Label(const WCHAR* text, const ControlBox& box, HFONT font, DWORD style = 0) const {
-        Make(TEXT("STATIC"), text, style, box, 0, font);
-    }
-    HWND Button(const WCHAR* text, const ControlBox& box, int id, HFONT font) const {
-        return Make(TEXT("BUTTON"), text, BS_OWNERDRAW, box, id, font);
-    }
-    std::unique_ptr<DropList> List(const ControlBox& box, int id, HFONT font) const {
-        auto list = std::make_unique<DropList>(parent_, box.x, box.y, box.w, box.h, id);
-        list->SetFont(font);
-        return list;
-    }
-
-private:
-    HWND parent_;
-};
-
 // A row of the language table, or -1 for none.
-int StoredRow(HKEY key, const WCHAR* name, DWORD fallback) {
-    const DWORD row = ReadStoredNumber(key, name, fallback);
+int StoredRow(HKEY key, const WCHAR* name, const WCHAR* defaultLanguage) {
+    const DWORD row =
+        ReadStoredNumber(key, name, static_cast<DWORD>(RowOfLanguage(defaultLanguage)));
     return row < kLanguageSources.size() ? static_cast<int>(row) : -1;
 }
 
@@ -81,7 +49,7 @@ void StoreDevice(HKEY key, const WCHAR* name, const AudioDeviceInfo* device, boo
     }
 }
 
-// Colours of a control that the system paints, and what is behind its text.
+// Answers a WM_CTLCOLOR message: the colours of the text and of its background.
 LRESULT ColourControl(WPARAM dc, COLORREF text, COLORREF background, GdiBrushOwner& brush) {
     if (brush == nullptr) {
         brush.reset(CreateSolidBrush(background));
@@ -97,7 +65,10 @@ LRESULT ColourControl(WPARAM dc, COLORREF text, COLORREF background, GdiBrushOwn
 
 ConfigPopup::ConfigPopup(HWND owner, const HKEY* configKey, Start onStart)
     : parent_(owner), configKeyRef_(configKey), onStart_(std::move(onStart)) {
-    RegisterWindowClass();
+    RegisterClassOnce(kPopupClass, WindowProcedure, [](WNDCLASSEXW& popup) {
+        popup.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+        popup.hbrBackground = CreateSolidBrush(theme::kWindowClear);
+    });
     CreatePopup();
     BuildControls();
     LoadFromRegistry();
@@ -130,22 +101,6 @@ void ConfigPopup::OnDestroy() const {
     }
 }
 
-void ConfigPopup::RegisterWindowClass() const {
-    static bool registered = false;
-    if (registered) {
-        return;
-    }
-    registered = true;
-    WNDCLASSEXW popup{};
-    popup.cbSize = sizeof popup;
-    popup.lpfnWndProc = WindowProcedure;
-    popup.hInstance = GetModuleHandleW(nullptr);
-    popup.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    popup.hbrBackground = CreateSolidBrush(kClassColour);
-    popup.lpszClassName = kPopupClass;
-    RegisterClassExW(&popup);
-}
-
 void ConfigPopup::CreatePopup() {
     CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kPopupClass, TEXT("Config"), WS_POPUP, 0, 0,
                     S(kPopupWidth), kFirstHeight, parent_, nullptr, GetModuleHandleW(nullptr),
@@ -154,11 +109,45 @@ void ConfigPopup::CreatePopup() {
 }
 
 void ConfigPopup::CreateFonts() {
-    labelFont_ = MakeGdiFont(kTextFace, 10, 400);
-    bodyFont_ = MakeGdiFont(kTextFace, 12, 400);
-    boldFont_ = MakeGdiFont(kTextFace, 12, 600);
-    iconFont_ = MakeGdiFont(kIconFace, 13, 400);
-    bigIconFont_ = MakeGdiFont(kIconFace, 17, 400);
+    labelFont_ = MakeGdiFont(theme::kTextFamily, 10, 400);
+    bodyFont_ = MakeGdiFont(theme::kTextFamily, 12, 400);
+    boldFont_ = MakeGdiFont(theme::kTextFamily, 12, 600);
+    iconFont_ = MakeGdiFont(theme::kIconFamily, 13, 400);
+    bigIconFont_ = MakeGdiFont(theme::kIconFamily, 17, 400);
+}
+
+// In the order in which the Tab key would visit them.
+struct ConfigPopup::Controls {
+    using P = ConfigPopup;
+    using L = PopupLayout;
+
+    static constexpr std::array kRows = {
+        Control::Label(TEXT("Access Key"), &L::keyLabel),
+        Control::Edit(kKeyEditId, &L::keyEdit, &P::keyEdit_),
+        Control::Label(TEXT("Language A"), &L::langALabel),
+        Control::Label(TEXT("Language B"), &L::langBLabel),
+        Control::DropDown(kLangAListId, &L::langAList, &P::langAList_),
+        Control::DropDown(kLangBListId, &L::langBList, &P::langBList_),
+        Control::Label(TEXT("⇄"), &L::swapGlyph, &P::bigIconFont_, SS_CENTER),
+        Control::Label(theme::kMicrophoneIcon, &L::micIcon, &P::iconFont_),
+        Control::Label(TEXT("Microphone Device"), &L::micLabel),
+        Control::DropDown(kMicListId, &L::micList, &P::micList_),
+        Control::Button(kRefreshMicId, theme::kRefreshIcon, &L::refreshMic, &P::iconFont_,
+                        &P::refreshMic_, kRefreshLook),
+        Control::Label(theme::kSpeakerIcon, &L::loopbackIcon, &P::iconFont_),
+        Control::Label(TEXT("System Audio Device"), &L::loopbackLabel),
+        Control::DropDown(kLoopbackListId, &L::loopbackList, &P::loopbackList_),
+        Control::Button(kRefreshLoopbackId, theme::kRefreshIcon, &L::refreshLoopback, &P::iconFont_,
+                        &P::refreshLoopback_, kRefreshLook),
+        Control::Button(kStartButtonId, kStartText, &L::start, &P::boldFont_, &P::start_,
+                        kStartLook),
+    };
+};
+
+const ConfigPopup::Control* ConfigPopup::FindControl(int id) {
+    const auto* const row = std::find_if(Controls::kRows.begin(), Controls::kRows.end(),
+                                         [id](const Control& control) { return control.id == id; });
+    return id != 0 && row != Controls::kRows.end() ? row : nullptr;
 }
 
 void ConfigPopup::BuildControls() {
@@ -166,41 +155,35 @@ void ConfigPopup::BuildControls() {
     const PopupLayout layout = LayOutPopup(DpiScale);
     keyRowY_ = layout.keyRowY;
     statusRowY_ = layout.statusRowY;
-    HFONT label = labelFont_.get();
-    HFONT body = bodyFont_.get();
-    HFONT icon = iconFont_.get();
-
-    const ControlBuilder build(hwnd_);
-    build.Label(TEXT("Access Key"), layout.keyLabel, label);
-    keyEdit_ = build.Make(TEXT("EDIT"), TEXT(""), ES_PASSWORD | ES_AUTOHSCROLL, layout.keyEdit,
-                          kKeyEditId, body);
+    for (const Control& control : Controls::kRows) {
+        Build(control, layout.*control.box);
+    }
     SetWindowSubclass(keyEdit_, EditProcedure, kKeyEditId, 0);
-    build.Label(TEXT("Language A"), layout.langALabel, label);
-    build.Label(TEXT("Language B"), layout.langBLabel, label);
-    langAList_ = build.List(layout.langAList, kLangAListId, body);
-    langBList_ = build.List(layout.langBList, kLangBListId, body);
-    build.Label(TEXT("⇄"), layout.swapGlyph, bigIconFont_.get(), SS_CENTER);
-
-    build.Label(TEXT("\uE720"), layout.micIcon, icon);
-    build.Label(TEXT("Microphone Device"), layout.micLabel, label);
-    micList_ = build.List(layout.micList, kMicListId, body);
-    refreshMic_ = build.Button(TEXT("\uE72C"), layout.refreshMic, kRefreshMicId, icon);
-    build.Label(TEXT("\uE767"), layout.loopbackIcon, icon);
-    build.Label(TEXT("System Audio Device"), layout.loopbackLabel, label);
-    loopbackList_ = build.List(layout.loopbackList, kLoopbackListId, body);
-    refreshLoopback_ =
-        build.Button(TEXT("\uE72C"), layout.refreshLoopback, kRefreshLoopbackId, icon);
-    for (const auto& [button, id] :
-         {std::pair{refreshMic_, kRefreshMicId}, std::pair{refreshLoopback_, kRefreshLoopbackId}}) {
-        SetWindowSubclass(button, RefreshProcedure, static_cast<UINT_PTR>(id),
+    for (const int id : {kRefreshMicId, kRefreshLoopbackId}) {
+        SetWindowSubclass(GetDlgItem(hwnd_, id), RefreshProcedure, static_cast<UINT_PTR>(id),
                           reinterpret_cast<DWORD_PTR>(this));
     }
-    start_ = build.Button(kStartText, layout.start, kStartButtonId, boldFont_.get());
-
     AddLanguages();
     SetWindowPos(hwnd_, nullptr, 0, 0, layout.width, layout.height, SWP_NOMOVE | SWP_NOZORDER);
     FillMicList();
     FillLoopbackList();
+}
+
+void ConfigPopup::Build(const Control& control, const ControlBox& box) {
+    HFONT font = (this->*control.font).get();
+    if (control.list != nullptr) {
+        auto& list = this->*control.list;
+        list = std::make_unique<DropList>(hwnd_, box.x, box.y, box.w, box.h, control.id);
+        list->SetFont(font);
+        return;
+    }
+    HWND window = CreateWindowExW(
+        0, control.windowClass, control.text, WS_CHILD | WS_VISIBLE | control.style, box.x, box.y,
+        box.w, box.h, hwnd_, ControlNumber(control.id), GetModuleHandleW(nullptr), nullptr);
+    SendMessageW(window, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
+    if (control.window != nullptr) {
+        this->*control.window = window;
+    }
 }
 
 void ConfigPopup::AddLanguages() {
@@ -251,15 +234,14 @@ void ConfigPopup::Reposition() const {
 void ConfigPopup::SetRunning(bool running) {
     running_ = running;
     SetWindowTextW(start_, running ? kRunningText : kStartText);
-    EnableWindow(start_, !running);
+    for (const Control& control : Controls::kRows) {
+        if (control.list != nullptr) {
+            (this->*control.list)->SetEnabled(!running);
+        } else if (control.window != nullptr) {
+            EnableWindow(this->*control.window, !running);
+        }
+    }
     InvalidateRect(start_, nullptr, FALSE);
-    micList_->SetEnabled(!running);
-    EnableWindow(refreshMic_, !running);
-    loopbackList_->SetEnabled(!running);
-    EnableWindow(refreshLoopback_, !running);
-    EnableWindow(keyEdit_, !running);
-    langAList_->SetEnabled(!running);
-    langBList_->SetEnabled(!running);
 }
 
 ConfigData ConfigPopup::BuildConfig() const {
@@ -293,9 +275,9 @@ WideString ConfigPopup::KeyText(std::size_t room) const {
 // ---- The store ----------------------------------------------------------------------------------
 
 void ConfigPopup::LoadFromRegistry() {
-    SetWindowTextW(keyEdit_, ReadStoredText(*configKeyRef_, TEXT("access_key")).c_str());
-    langAList_->selected_ = StoredRow(*configKeyRef_, TEXT("lang_a"), kDefaultRowA);
-    langBList_->selected_ = StoredRow(*configKeyRef_, TEXT("lang_b"), kDefaultRowB);
+    SetWindowTextW(keyEdit_, ReadStoredText(*configKeyRef_, stored::kAccessKey).c_str());
+    langAList_->selected_ = StoredRow(*configKeyRef_, stored::kLanguageA, kDefaultLanguageA);
+    langBList_->selected_ = StoredRow(*configKeyRef_, stored::kLanguageB, kDefaultLanguageB);
     FillMicList();
     FillLoopbackList();
     if (KeyText(kCheckedKeyRoom).empty()) {
@@ -305,29 +287,23 @@ void ConfigPopup::LoadFromRegistry() {
 
 void ConfigPopup::SaveToRegistry() const {
     HKEY key = *configKeyRef_;
-    WriteStoredText(key, TEXT("access_key"), KeyText(kStoredKeyRoom));
-    WriteStoredNumber(key, TEXT("lang_a"), static_cast<DWORD>(langAList_->selected_));
-    WriteStoredNumber(key, TEXT("lang_b"), static_cast<DWORD>(langBList_->selected_));
-    StoreDevice(key, TEXT("mic_device_name"), Chosen(*micList_, micDevices_), micChosen_);
-    StoreDevice(key, TEXT("loopback_device_name"), Chosen(*loopbackList_, loopbackDevices_),
-                loopbackChosen_);
+    WriteStoredText(key, stored::kAccessKey, KeyText(kStoredKeyRoom));
+    WriteStoredNumber(key, stored::kLanguageA, static_cast<DWORD>(langAList_->selected_));
+    WriteStoredNumber(key, stored::kLanguageB, static_cast<DWORD>(langBList_->selected_));
+    StoreDevice(key, stored::kMicrophone, Chosen(*micList_, micDevices_), micChosen_);
+    StoreDevice(key, stored::kLoopback, Chosen(*loopbackList_, loopbackDevices_), loopbackChosen_);
 }
 
 // ---- Messages -----------------------------------------------------------------------------------
 
 LRESULT CALLBACK ConfigPopup::WindowProcedure(HWND hwnd, UINT message, WPARAM wParam,
                                               LPARAM lParam) {
-    ConfigPopup* popup = nullptr;
-    if (message == WM_NCCREATE) {
-        const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
-        popup = static_cast<ConfigPopup*>(creation->lpCreateParams);
-        SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(popup));
-        popup->hwnd_ = hwnd;
-    } else {
-        popup = reinterpret_cast<ConfigPopup*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    auto* const popup = ObjectOf<ConfigPopup>(hwnd, message, lParam);
+    if (popup == nullptr) {
+        return DefWindowProcW(hwnd, message, wParam, lParam);
     }
-    return popup != nullptr ? popup->HandleMessage(message, wParam, lParam)
-                            : DefWindowProcW(hwnd, message, wParam, lParam);
+    popup->hwnd_ = hwnd;
+    return popup->HandleMessage(message, wParam, lParam);
 }
 
 LRESULT ConfigPopup::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
@@ -354,11 +330,12 @@ LRESULT ConfigPopup::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         OnTimer(wParam);
         return 0;
     case WM_CTLCOLOREDIT:
-        return ColourControl(wParam, GdiColour(kTitleColour), GdiColour(kFieldColour), editBrush_);
+        return ColourControl(wParam, theme::ForGdi(theme::kBrightText),
+                             theme::ForGdi(theme::kField), editBrush_);
     case WM_CTLCOLORBTN:
         return reinterpret_cast<LRESULT>(GetStockObject(NULL_BRUSH));
     case WM_CTLCOLORSTATIC:
-        return ColourControl(wParam, kLabelText, GdiColour(kSurfaceColour), staticBrush_);
+        return ColourControl(wParam, kLabelText, theme::ForGdi(theme::kSurface), staticBrush_);
     case WM_MOUSEMOVE:
         OnMouseMove(PointOf(lParam));
         return 0;
@@ -379,7 +356,7 @@ LRESULT ConfigPopup::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
 void ConfigPopup::EraseBackground(HDC dc) const {
     RECT client{};
     GetClientRect(hwnd_, &client);
-    const GdiBrushOwner brush(CreateSolidBrush(GdiColour(kSurfaceColour)));
+    const GdiBrushOwner brush(CreateSolidBrush(theme::ForGdi(theme::kSurface)));
     FillRect(dc, &client, brush.get());
 }
 
@@ -508,8 +485,8 @@ void ConfigPopup::OnMouseMove(POINT point) {
     ClientToScreen(hwnd_, &point);
     HWND under = WindowFromPoint(point);
     const int id = under != nullptr && under != hwnd_ ? GetDlgCtrlID(under) : 0;
-    const bool isButton = id == kRefreshMicId || id == kRefreshLoopbackId || id == kStartButtonId;
-    SetHover(isButton ? id : 0);
+    const Control* control = FindControl(id);
+    SetHover(control != nullptr && control->look != nullptr ? id : 0);
 }
 
 void ConfigPopup::OnMouseLeave() {

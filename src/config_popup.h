@@ -5,6 +5,7 @@
 #pragma once
 
 #include "audio_capture.h"
+#include "config_popup_layout.h"
 #include "drawing.h"
 #include "drop_list.h"
 #include "key_check.h"
@@ -54,10 +55,12 @@ private:
     static LRESULT CALLBACK RefreshProcedure(HWND window, UINT message, WPARAM wParam,
                                              LPARAM lParam, UINT_PTR id, DWORD_PTR popup);
     LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
-    void RegisterWindowClass() const;
     void CreatePopup();
     void OnDestroy() const;
+    struct Control;
+    struct Controls;
     void BuildControls();
+    void Build(const Control& control, const ControlBox& box);
     void CreateFonts();
     void AddLanguages();
     void EraseBackground(HDC dc) const;
@@ -70,6 +73,7 @@ private:
     bool HandleRefresh(HWND button, int id, UINT message);
     void TrackLeave(HWND window);
     void SetHover(int id);
+    static const Control* FindControl(int id);
     void InvalidateControl(int id) const;
     WideString KeyText(std::size_t room) const;
     void StopTimer(UINT_PTR& timer) const;

@@ -1,6 +1,5 @@
 // The popup's lists of audio devices.
 #include "config_popup.h"
-
 #include "device_labels.h"
 #include "stored_values.h"
 
@@ -29,27 +28,26 @@ bool IsMissing(const WideString& savedName, const AudioDeviceInfo* shown, bool c
 
 void ConfigPopup::FillMicList() {
     micDevices_ = AudioCapture::EnumerateDevices(eCapture);
-    Fill(*micList_, micDevices_, ReadStoredText(*configKeyRef_, TEXT("mic_device_name")),
+    Fill(*micList_, micDevices_, ReadStoredText(*configKeyRef_, stored::kMicrophone),
          TEXT("(No microphone found)"));
     micChosen_ = false;
 }
 
 void ConfigPopup::FillLoopbackList() {
     loopbackDevices_ = AudioCapture::EnumerateDevices(eRender);
-    Fill(*loopbackList_, loopbackDevices_,
-         ReadStoredText(*configKeyRef_, TEXT("loopback_device_name")),
+    Fill(*loopbackList_, loopbackDevices_, ReadStoredText(*configKeyRef_, stored::kLoopback),
          TEXT("(No playback device found)"));
     loopbackChosen_ = false;
 }
 
 void ConfigPopup::FindMissingDevices() {
     HKEY key = *configKeyRef_;
-    if (IsMissing(ReadStoredText(key, TEXT("mic_device_name")), Chosen(*micList_, micDevices_),
+    if (IsMissing(ReadStoredText(key, stored::kMicrophone), Chosen(*micList_, micDevices_),
                   micChosen_)) {
         FillMicList();
     }
-    if (IsMissing(ReadStoredText(key, TEXT("loopback_device_name")),
-                  Chosen(*loopbackList_, loopbackDevices_), loopbackChosen_)) {
+    if (IsMissing(ReadStoredText(key, stored::kLoopback), Chosen(*loopbackList_, loopbackDevices_),
+                  loopbackChosen_)) {
         FillLoopbackList();
     }
 }

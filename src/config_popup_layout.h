@@ -40,6 +40,7 @@ inline constexpr int kPopupMargin = 16;
 inline constexpr int kPopupTitleHeight = 44;
 inline constexpr int kPopupRowHeight = 28;
 inline constexpr int kStatusRowHeight = 27;
+inline constexpr int kKeyBarHeight = 4; // at the top of that row
 
 // In client coordinates; each length is scaled by itself.
 PopupLayout LayOutPopup(int dpi);

@@ -1,58 +1,43 @@
 // The popup's looks: the card itself, the state of the key, and the buttons.
 #include "config_popup.h"
-
-#include "config_popup_ids.h"
-#include "config_popup_layout.h"
+#include "config_popup_controls.h"
 #include "dpi.h"
-#include "popup_colours.h"
+#include "theme.h"
 
 using namespace Gdiplus;
 using namespace Gdiplus::DllExports;
 
 namespace {
 
-constexpr const WCHAR* kTextFamily = TEXT("Microsoft YaHei UI");
-constexpr const WCHAR* kIconFamily = TEXT("Segoe MDL2 Assets");
-constexpr const WCHAR* kStatusFamily = TEXT("Segoe UI");
-
 // ---- The card -----------------------------------------------------------------------------------
 
-constexpr ARGB kHeaderTop = 0x16FFFFFF;
-constexpr ARGB kHeaderBottom = 0x00FFFFFF;
 constexpr ARGB kHeaderLine = 0x19FFFFFF;
 constexpr float kTitleWidth = 300.0F; // pixels
 constexpr int kKeyCardRadius = 6;     // at 96 DPI
 
-BrushOwner VerticalGradient(float height, ARGB top, ARGB bottom) {
-    const PointF begin{0, 0};
-    const PointF end{0, height};
-    GpLineGradient* gradient = nullptr;
-    GdipCreateLineBrush(&begin, &end, top, bottom, WrapModeTile, &gradient);
-    return BrushOwner(gradient);
-}
-
 void PaintHeader(GpGraphics* graphics, int width) {
     const float height = F(kPopupTitleHeight);
     const float margin = F(kPopupMargin);
-    GdipFillRectangle(graphics, VerticalGradient(height, kHeaderTop, kHeaderBottom).get(), 0, 0,
-                      static_cast<float>(width), height);
+    GdipFillRectangle(graphics,
+                      MakeVerticalGradient(height, theme::kHeaderTop, theme::kHeaderBottom).get(),
+                      0, 0, static_cast<float>(width), height);
     const FormatOwner format = MakeTextFormat(StringAlignmentNear, StringAlignmentCenter);
-    DrawTextIn(graphics, TEXT("Configuration"), MakeFont(kTextFamily, 11.5F, FontStyleBold).get(),
-               kTitleColour, {margin, 0, kTitleWidth, height}, format.get());
+    DrawTextIn(graphics, TEXT("Configuration"),
+               MakeFont(theme::kTextFamily, 11.5F, FontStyleBold).get(), theme::kBrightText,
+               {margin, 0, kTitleWidth, height}, format.get());
     GdipDrawLine(graphics, MakePen(kHeaderLine, 1.0F).get(), margin, height,
                  static_cast<float>(width - S(kPopupMargin)), height);
 }
 
 void PaintKeyCard(GpGraphics* graphics, const RectF& card, bool focused) {
     const PathOwner shape = MakeRoundedRect(card, static_cast<float>(S(kKeyCardRadius)));
-    GdipFillPath(graphics, MakeBrush(kFieldColour).get(), shape.get());
-    const ARGB outline = focused ? kAccentBorderColour : kBorderColour;
+    GdipFillPath(graphics, MakeBrush(theme::kField).get(), shape.get());
+    const ARGB outline = focused ? theme::kAccentBorder : theme::kBorder;
     GdipDrawPath(graphics, MakePen(outline, 1.0F).get(), shape.get());
 }
 
 // ---- The state of the key -----------------------------------------------------------------------
 
-constexpr int kBarHeight = 4;         // at 96 DPI
 constexpr int kTextHeight = 16;       // at 96 DPI
 constexpr float kTextDistance = 5.0F; // pixels below the bar
 constexpr ARGB kKeyText = 0x46AAAACC;
@@ -112,44 +97,47 @@ constexpr StartColours StartColoursOf(const ButtonState& state) {
 
 void PaintStartFace(GpGraphics* graphics, const RectF& area, const ButtonState& state) {
     const StartColours colours = StartColoursOf(state);
-    GdipFillPath(graphics, VerticalGradient(area.Height, colours.top, colours.bottom).get(),
+    GdipFillPath(graphics, MakeVerticalGradient(area.Height, colours.top, colours.bottom).get(),
                  MakeRoundedRect(area, kButtonRadius).get());
 }
 
 void PaintRefreshFace(GpGraphics* graphics, const RectF& area, const ButtonState& state) {
     const bool raised = state.pressed || state.hovered;
     const PathOwner shape = MakeRoundedRect(area, kButtonRadius);
-    GdipFillPath(graphics, MakeBrush(raised ? kRaisedColour : kSurfaceColour).get(), shape.get());
+    GdipFillPath(graphics, MakeBrush(raised ? theme::kRaised : theme::kSurface).get(), shape.get());
     if (raised) {
         GdipDrawPath(graphics, MakePen(kRefreshOutline, 1.0F).get(), shape.get());
     }
 }
 
-ARGB ButtonTextColour(bool isStart, const ButtonState& state) {
-    if (state.disabled) {
-        return kDisabledText;
-    }
-    if (isStart) {
-        return kStartTextColour;
-    }
-    return state.hovered ? kTitleColour : kRefreshText;
-}
-
 } // namespace
 
+struct ButtonLook {
+    void (*paintFace)(GpGraphics* graphics, const RectF& area, const ButtonState& state);
+    float inset; // of the face on each side, in pixels
+    const WCHAR* family;
+    float points;
+    FontStyle style;
+    ARGB text;
+    ARGB hoveredText;
+};
+const ButtonLook kStartLook{PaintStartFace,  0.0F,          theme::kTextFamily,
+                            10.5F,           FontStyleBold, kStartTextColour,
+                            kStartTextColour};
+const ButtonLook kRefreshLook{PaintRefreshFace, 0.5F,         theme::kIconFamily, 12.0F,
+                              FontStyleRegular, kRefreshText, theme::kBrightText};
+
 void ConfigPopup::PaintPopup() const {
-    PAINTSTRUCT paint;
-    HDC target = BeginPaint(hwnd_, &paint);
+    const PaintContext paint(hwnd_);
     RECT client{};
     GetClientRect(hwnd_, &client);
-    const OffscreenBitmap picture(target, client.right, client.bottom);
+    const OffscreenBitmap picture(paint.get(), client.right, client.bottom);
     PaintCard(picture.Graphics(), client.right);
-    picture.CopyTo(target, 0, 0);
-    EndPaint(hwnd_, &paint);
+    picture.CopyTo(paint.get(), 0, 0);
 }
 
 void ConfigPopup::PaintCard(GpGraphics* graphics, int width) const {
-    GdipGraphicsClear(graphics, kSurfaceColour);
+    GdipGraphicsClear(graphics, theme::kSurface);
     PaintHeader(graphics, width);
     const auto left = static_cast<float>(S(kPopupMargin));
     const auto contentWidth = static_cast<float>(width - 2 * S(kPopupMargin));
@@ -161,7 +149,7 @@ void ConfigPopup::PaintCard(GpGraphics* graphics, int width) const {
 }
 
 void ConfigPopup::PaintStatusRow(GpGraphics* graphics, float x, float y, float width) const {
-    const RectF bar(x, y, width, F(kBarHeight));
+    const RectF bar(x, y, width, F(kKeyBarHeight));
     const StatusColours& colours = kStatusColours[keyStatus_];
     FillPill(graphics, colours.track, bar);
     PaintStatusFill(graphics, bar);
@@ -169,7 +157,7 @@ void ConfigPopup::PaintStatusRow(GpGraphics* graphics, float x, float y, float w
         return;
     }
     const RectF area(x, bar.Y + bar.Height + kTextDistance, width, F(kTextHeight));
-    const FontOwner font = MakeFont(kStatusFamily, 8.0F, FontStyleRegular);
+    const FontOwner font = MakeFont(theme::kStatusFamily, 8.0F, FontStyleRegular);
     const FormatOwner right = MakeTextFormat(StringAlignmentFar, StringAlignmentNear);
     DrawTextIn(graphics, KeyStatusText(KeyState()), font.get(), colours.text, area, right.get());
     const FormatOwner left = MakeTextFormat(StringAlignmentNear, StringAlignmentNear);
@@ -218,25 +206,25 @@ void ConfigPopup::PaintButton(const DRAWITEMSTRUCT& item) const {
     const int width = item.rcItem.right - item.rcItem.left;
     const int height = item.rcItem.bottom - item.rcItem.top;
     const int id = static_cast<int>(item.CtlID);
-    const bool isStart = id == kStartButtonId;
+    const Control* control = FindControl(id);
+    if (control == nullptr || control->look == nullptr) {
+        return;
+    }
+    const ButtonLook& look = *control->look;
     const ButtonState state{(item.itemState & ODS_DISABLED) != 0,
                             (item.itemState & ODS_SELECTED) != 0, hoverId_ == id};
     const OffscreenBitmap face(item.hDC, width, height);
-    RectF area(0, 0, static_cast<float>(width), static_cast<float>(height));
-    if (isStart) {
-        PaintStartFace(face.Graphics(), area, state);
-    } else {
-        area = RectF(0.5F, 0.5F, area.Width - 1.0F, area.Height - 1.0F);
-        PaintRefreshFace(face.Graphics(), area, state);
-    }
+    RectF area(look.inset, look.inset, static_cast<float>(width) - 2.0F * look.inset,
+               static_cast<float>(height) - 2.0F * look.inset);
+    look.paintFace(face.Graphics(), area, state);
 
     WCHAR text[kButtonTextRoom] = {};
     const int length = GetWindowTextW(item.hwndItem, text, kButtonTextRoom);
-    const FontOwner font = isStart ? MakeFont(kTextFamily, 10.5F, FontStyleBold)
-                                   : MakeFont(kIconFamily, 12.0F, FontStyleRegular);
+    const FontOwner font = MakeFont(look.family, look.points, look.style);
+    const ARGB hoverable = state.hovered ? look.hoveredText : look.text;
     const FormatOwner centred = MakeTextFormat(StringAlignmentCenter, StringAlignmentCenter);
     area.Y += 1.0F;
     DrawTextIn(face.Graphics(), {text, static_cast<std::size_t>(length)}, font.get(),
-               ButtonTextColour(isStart, state), area, centred.get());
+               state.disabled ? kDisabledText : hoverable, area, centred.get());
     face.CopyTo(item.hDC, item.rcItem.left, item.rcItem.top);
 }

@@ -1,6 +1,5 @@
 // The popup's side of the key's state: when it is checked, which answers count, and the timers.
 #include "config_popup.h"
-
 #include "config_popup_ids.h"
 #include "config_popup_layout.h"
 #include "dpi.h"

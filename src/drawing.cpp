@@ -27,6 +27,14 @@ BrushOwner MakeBrush(ARGB colour) {
     return BrushOwner(brush);
 }
 
+BrushOwner MakeVerticalGradient(float height, ARGB top, ARGB bottom) {
+    const PointF begin{0, 0};
+    const PointF end{0, height};
+    GpLineGradient* gradient = nullptr;
+    GdipCreateLineBrush(&begin, &end, top, bottom, WrapModeTile, &gradient);
+    return BrushOwner(gradient);
+}
+
 PenOwner MakePen(ARGB colour, float width) {
     GpPen* pen = nullptr;
     GdipCreatePen1(colour, width, UnitWorld, &pen);
@@ -101,8 +109,8 @@ void FillRounded(GpGraphics* graphics, ARGB colour, const RectF& area, float rad
 
 namespace {
 
-// Twice what the narrowest letters can fill of the highest rectangle in use: what is behind that is
-// never seen, and a system that lays it all out would take seconds for a megabyte.
+// Twice what the narrowest letters can fill of the highest rectangle in use: what comes after that
+// is never seen, and a system that lays it all out would take seconds for a megabyte.
 constexpr std::size_t kMostVisible = 32768; // 16-bit units
 
 INT VisibleLength(WideView text) {
@@ -134,22 +142,24 @@ float MeasureTextHeight(GpGraphics* graphics, const WideString& text, const Rect
 
 // ---- Pictures -----------------------------------------------------------------------------------
 
-namespace {
-
-// Null when the context has nothing to draw on.
-GraphicsOwner SmoothGraphics(HDC context) {
+GraphicsOwner GraphicsOn(HDC context) {
     GpGraphics* graphics = nullptr;
-    if (GdipCreateFromHDC(context, &graphics) != Ok) {
-        return nullptr;
-    }
-    GdipSetSmoothingMode(graphics, SmoothingModeAntiAlias);
-    GdipSetTextRenderingHint(graphics, TextRenderingHintClearTypeGridFit);
-    return GraphicsOwner(graphics);
+    return GdipCreateFromHDC(context, &graphics) == Ok ? GraphicsOwner(graphics) : nullptr;
 }
 
-} // namespace
+MemoryPicture::MemoryPicture(HDC context, HBITMAP bitmap) : context_(context), bitmap_(bitmap) {
+    if (bitmap == nullptr) {
+        return;
+    }
+    selection_.emplace(context, bitmap);
+    graphics_ = GraphicsOn(context);
+    GdipSetSmoothingMode(graphics_.get(), SmoothingModeAntiAlias);
+    GdipSetTextRenderingHint(graphics_.get(), TextRenderingHintClearTypeGridFit);
+}
 
-Canvas::Canvas(int width, int height) : size_{width, height} {
+namespace {
+
+HBITMAP MakeBitmapWithAlpha(int width, int height) {
     BITMAPINFO info{};
     info.bmiHeader.biSize = sizeof info.bmiHeader;
     info.bmiHeader.biWidth = width;
@@ -158,52 +168,29 @@ Canvas::Canvas(int width, int height) : size_{width, height} {
     info.bmiHeader.biBitCount = 32;
     info.bmiHeader.biCompression = BI_RGB;
     void* bits = nullptr;
-    context_ = CreateCompatibleDC(nullptr);
-    bitmap_ = CreateDIBSection(context_, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
-    if (bitmap_ == nullptr) {
-        return;
-    }
-    former_ = SelectObject(context_, bitmap_);
-    graphics_ = SmoothGraphics(context_);
-    GdipGraphicsClear(graphics_.get(), 0);
+    return CreateDIBSection(nullptr, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
 }
 
-Canvas::~Canvas() {
-    graphics_.reset();
-    if (bitmap_ != nullptr) {
-        SelectObject(context_, former_);
-        DeleteObject(bitmap_);
-    }
-    if (context_ != nullptr) {
-        DeleteDC(context_);
-    }
+} // namespace
+
+Canvas::Canvas(int width, int height)
+    : MemoryPicture(CreateCompatibleDC(nullptr), MakeBitmapWithAlpha(width, height)), size_{
+                                                                                          width,
+                                                                                          height} {
+    GdipGraphicsClear(Graphics(), 0);
 }
 
 void Canvas::PushTo(HWND window, BYTE opacity) const {
     POINT source{0, 0};
     SIZE size = size_;
     BLENDFUNCTION blend{AC_SRC_OVER, 0, opacity, AC_SRC_ALPHA};
-    UpdateLayeredWindow(window, nullptr, nullptr, &size, context_, &source, 0, &blend, ULW_ALPHA);
+    UpdateLayeredWindow(window, nullptr, nullptr, &size, Context(), &source, 0, &blend, ULW_ALPHA);
 }
 
 OffscreenBitmap::OffscreenBitmap(HDC target, int width, int height)
-    : size_{width, height}, context_(CreateCompatibleDC(target)),
-      bitmap_(CreateCompatibleBitmap(target, width, height)) {
-    if (bitmap_ != nullptr) {
-        former_ = SelectObject(context_, bitmap_);
-        graphics_ = SmoothGraphics(context_);
-    }
-}
-
-OffscreenBitmap::~OffscreenBitmap() {
-    graphics_.reset();
-    if (bitmap_ != nullptr) {
-        SelectObject(context_, former_);
-        DeleteObject(bitmap_);
-    }
-    DeleteDC(context_);
-}
+    : MemoryPicture(CreateCompatibleDC(target), CreateCompatibleBitmap(target, width, height)),
+      size_{width, height} {}
 
 void OffscreenBitmap::CopyTo(HDC target, int x, int y) const {
-    BitBlt(target, x, y, size_.cx, size_.cy, context_, 0, 0, SRCCOPY);
+    BitBlt(target, x, y, size_.cx, size_.cy, Context(), 0, 0, SRCCOPY);
 }

@@ -2,6 +2,7 @@
 #include "drop_list.h"
 
 #include "dpi.h"
+#include "window_class.h"
 #include "window_messages.h"
 #include "windows_additions.h"
 
@@ -9,43 +10,20 @@
 
 #include <algorithm>
 
-namespace {
-
-constexpr const WCHAR* kListClass = TEXT("CCDropList");
-
-HMENU ControlId(int id) {
-    return reinterpret_cast<HMENU>(static_cast<std::intptr_t>(id));
-}
-
-} // namespace
-
 DropList::DropList(HWND parent, int x, int y, int w, int h, int id)
     : parent_(parent), id_(id), x_(x), y_(y), w_(w), h_(h) {
-    RegisterListClass();
-    button_ = CreateWindowExW(0, TEXT("BUTTON"), TEXT(""), WS_CHILD | WS_VISIBLE | BS_OWNERDRAW, x,
-                              y, w, h, parent, ControlId(id), GetModuleHandleW(nullptr), nullptr);
+    RegisterClassOnce(kListClass, ListProcedure,
+                      [](WNDCLASSEXW& list) { list.hCursor = LoadCursorW(nullptr, IDC_ARROW); });
+    button_ =
+        CreateWindowExW(0, TEXT("BUTTON"), TEXT(""), WS_CHILD | WS_VISIBLE | BS_OWNERDRAW, x, y, w,
+                        h, parent, ControlNumber(id), GetModuleHandleW(nullptr), nullptr);
     SetWindowSubclass(button_, ButtonProcedure, static_cast<UINT_PTR>(id),
                       reinterpret_cast<DWORD_PTR>(this));
 }
 
 DropList::~DropList() {
-    CloseList(false, -1);
+    CloseList();
     DestroyWindow(button_);
-}
-
-void DropList::RegisterListClass() const {
-    static bool registered = false;
-    if (registered) {
-        return;
-    }
-    registered = true;
-    WNDCLASSEXW list{};
-    list.cbSize = sizeof list;
-    list.lpfnWndProc = ListProcedure;
-    list.hInstance = GetModuleHandleW(nullptr);
-    list.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    list.lpszClassName = kListClass;
-    RegisterClassExW(&list);
 }
 
 void DropList::Clear() {
@@ -60,7 +38,7 @@ void DropList::SetEnabled(bool enabled) {
     EnableWindow(button_, enabled);
     InvalidateButton();
     if (!enabled) {
-        CloseList(false, -1);
+        CloseList();
     }
 }
 
@@ -111,8 +89,7 @@ void DropList::OpenList() {
     InvalidateButton();
 }
 
-// The choice is made before the owner hears of it, and the list is gone by then.
-void DropList::CloseList(bool commit, int index) {
+void DropList::CloseList() {
     if (!open_) {
         return;
     }
@@ -124,12 +101,18 @@ void DropList::CloseList(bool commit, int index) {
     open_ = false;
     hot_ = -1;
     draggingThumb_ = false;
-    if (commit && index >= 0 && static_cast<std::size_t>(index) < items_.size()) {
+    InvalidateButton();
+}
+
+// Closes the list with a choice, or without one when no entry has the index. The choice is made
+// before the parent hears of it, and the list is gone by then.
+void DropList::Choose(int index) {
+    CloseList();
+    if (index >= 0 && static_cast<std::size_t>(index) < items_.size()) {
         selected_ = index;
         SendMessageW(parent_, WM_COMMAND, MAKEWPARAM(id_, CBN_SELCHANGE),
                      reinterpret_cast<LPARAM>(button_));
     }
-    InvalidateButton();
 }
 
 // ---- The button ---------------------------------------------------------------------------------
@@ -182,7 +165,11 @@ bool DropList::HandleButton(UINT message, WPARAM wParam) {
 void DropList::ReleaseButton() {
     if (pressed_) {
         pressed_ = false;
-        open_ ? CloseList(false, -1) : OpenList();
+        if (open_) {
+            CloseList();
+        } else {
+            OpenList();
+        }
     }
     InvalidateButton();
 }
@@ -195,7 +182,7 @@ bool DropList::HandleButtonKey(WPARAM key) {
         OpenList();
         return true;
     case VK_ESCAPE:
-        CloseList(false, -1);
+        CloseList();
         return true;
     default:
         return false;
@@ -205,12 +192,7 @@ bool DropList::HandleButtonKey(WPARAM key) {
 // ---- The open list ------------------------------------------------------------------------------
 
 LRESULT CALLBACK DropList::ListProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-    if (message == WM_CREATE) {
-        const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
-        SetWindowLongPtrW(window, GWLP_USERDATA,
-                          reinterpret_cast<LONG_PTR>(creation->lpCreateParams));
-    }
-    auto* list = reinterpret_cast<DropList*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    auto* const list = ObjectOf<DropList>(window, message, lParam);
     return list != nullptr ? list->HandleList(window, message, wParam, lParam)
                            : DefWindowProcW(window, message, wParam, lParam);
 }
@@ -272,7 +254,7 @@ void DropList::OnListPress(WPARAM keys, POINT point) {
     const DropListLayout layout = Layout();
     if (!layout.Contains(point.x, point.y)) {
         ClientToScreen(listWnd_, &point); // as long as there is a list to convert from
-        CloseList(false, -1);
+        CloseList();
         PassPressOn(keys, point);
         return;
     }
@@ -281,7 +263,7 @@ void DropList::OnListPress(WPARAM keys, POINT point) {
         return;
     }
     if (const int index = HitTest(point); index >= 0) {
-        CloseList(true, index);
+        Choose(index);
     }
 }
 
@@ -339,10 +321,10 @@ void DropList::OnListKey(WPARAM key) {
     const int last = static_cast<int>(items_.size()) - 1;
     switch (key) {
     case VK_RETURN:
-        CloseList(hot_ >= 0, hot_);
+        Choose(hot_);
         return;
     case VK_ESCAPE:
-        CloseList(false, -1);
+        CloseList();
         return;
     case VK_UP:
         if (hot_ < 1) {

@@ -44,10 +44,10 @@ private:
     bool HandleButton(UINT message, WPARAM wParam);
     bool HandleButtonKey(WPARAM key);
     LRESULT HandleList(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
-    void RegisterListClass() const;
 
     void OpenList();
-    void CloseList(bool commit, int index);
+    void CloseList();
+    void Choose(int index);
     void ReleaseButton();
     void OnListPress(WPARAM keys, POINT point);
     void PassPressOn(WPARAM keys, POINT screenPoint) const;

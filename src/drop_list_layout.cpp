@@ -83,7 +83,7 @@ int DropListLayout::DraggedTop(int startTop, int startY, int y) const {
         return startTop;
     }
     const int product = (y - startY) * MaxTop();
-    // Upwards, too, what is left of a row behind the half is cut off.
+    // Half a row moves the list by one; trunc, not floor: upward drags round toward zero as well.
     const float rows = std::trunc(static_cast<float>(product) / travel + 0.5F);
     return ClampTop(static_cast<int>(rows) + startTop);
 }

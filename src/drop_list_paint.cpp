@@ -1,9 +1,8 @@
 // The drop-down list's looks: the closed control's face and the open list.
-#include "drop_list.h"
-
 #include "dpi.h"
 #include "drawing.h"
-#include "popup_colours.h"
+#include "drop_list.h"
+#include "theme.h"
 
 using namespace Gdiplus;
 using namespace Gdiplus::DllExports;
@@ -23,18 +22,17 @@ constexpr ARGB kTrack = 0x1EFFFFFF;
 constexpr ARGB kThumb = 0x6EAAAACC;
 constexpr ARGB kThumbDragged = 0xC8A5C3FF;
 
-constexpr COLORREF kText = RGB(0xEF, 0xEF, 0xEF);
+constexpr COLORREF kText = theme::ForGdi(theme::kBrightText);
 constexpr COLORREF kRowText = RGB(0xCC, 0xCC, 0xDD);
-constexpr COLORREF kDisabledListText = RGB(0x88, 0x88, 0x99);
+constexpr COLORREF kDisabledText = RGB(0x88, 0x88, 0x99);
 
 // One line in the middle, cut with an ellipsis.
 void DrawEntry(HDC dc, const WideString& text, RECT area, HFONT font, COLORREF colour) {
-    HGDIOBJ former = SelectObject(dc, font);
+    const Selection selection(dc, font);
     SetBkMode(dc, TRANSPARENT);
     SetTextColor(dc, colour);
     DrawTextW(dc, text.c_str(), static_cast<int>(text.size()), &area,
               DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX | DT_END_ELLIPSIS);
-    SelectObject(dc, former);
 }
 
 // Points down, or up for an open list.
@@ -67,8 +65,8 @@ void DropList::PaintFace(HDC dc, GpGraphics* graphics, int width, int height) co
     const bool raised = open_ || (enabled_ && pressed_);
     const bool accented = open_ || (enabled_ && hover_);
     const PathOwner shape = MakeRoundedRect({0, 0, w, h}, kFaceRadius);
-    GdipFillPath(graphics, MakeBrush(raised ? kRaisedColour : kFieldColour).get(), shape.get());
-    GdipDrawPath(graphics, MakePen(accented ? kAccentBorderColour : kBorderColour, 1.0F).get(),
+    GdipFillPath(graphics, MakeBrush(raised ? theme::kRaised : theme::kField).get(), shape.get());
+    GdipDrawPath(graphics, MakePen(accented ? theme::kAccentBorder : theme::kBorder, 1.0F).get(),
                  shape.get());
 
     const float separatorX = w - F(kArrowZone);
@@ -78,32 +76,30 @@ void DropList::PaintFace(HDC dc, GpGraphics* graphics, int width, int height) co
     if (HasSelection()) {
         const RECT area{S(kFacePad), 0, static_cast<LONG>(separatorX - 4.0F), height};
         DrawEntry(dc, items_[static_cast<std::size_t>(selected_)], area, font_,
-                  enabled_ ? kText : kDisabledListText);
+                  enabled_ ? kText : kDisabledText);
     }
 }
 
 // ---- The open list ------------------------------------------------------------------------------
 
 void DropList::PaintList() const {
-    PAINTSTRUCT paint;
-    HDC target = BeginPaint(listWnd_, &paint);
+    const PaintContext paint(listWnd_);
     const DropListLayout layout = Layout();
-    const OffscreenBitmap picture(target, layout.width, layout.height);
+    const OffscreenBitmap picture(paint.get(), layout.width, layout.height);
     PaintEntries(picture.Context(), picture.Graphics());
-    picture.CopyTo(target, 0, 0);
-    EndPaint(listWnd_, &paint);
+    picture.CopyTo(paint.get(), 0, 0);
 }
 
 void DropList::PaintEntries(HDC dc, GpGraphics* graphics) const {
     const DropListLayout layout = Layout();
-    GdipGraphicsClear(graphics, kFieldColour);
+    GdipGraphicsClear(graphics, theme::kField);
     for (int row = 0; row < layout.Visible(); ++row) {
         PaintRow(dc, graphics, row);
     }
     if (layout.HasScrollBar()) {
         PaintScrollBar(graphics);
     }
-    GdipDrawRectangle(graphics, MakePen(kBorderColour, 1.0F).get(), 0, 0,
+    GdipDrawRectangle(graphics, MakePen(theme::kBorder, 1.0F).get(), 0, 0,
                       static_cast<float>(layout.width - 1), static_cast<float>(layout.height - 1));
 }
 
@@ -117,11 +113,11 @@ void DropList::PaintRow(HDC dc, GpGraphics* graphics, int row) const {
     const auto y = static_cast<float>(top);
     const auto height = static_cast<float>(layout.RowHeight());
     if (hot) {
-        GdipFillRectangle(graphics, MakeBrush(kRaisedColour).get(), 0, y,
+        GdipFillRectangle(graphics, MakeBrush(theme::kRaised).get(), 0, y,
                           static_cast<float>(layout.RowWidth()), height);
     }
     if (selected) {
-        GdipFillRectangle(graphics, MakeBrush(kGreenColour).get(), 0, y + 3.0F, 2.0F,
+        GdipFillRectangle(graphics, MakeBrush(theme::kGreen).get(), 0, y + 3.0F, 2.0F,
                           height - 6.0F);
     }
     const int left = S(kTextPad) - (selected ? 0 : kUnselectedShift);

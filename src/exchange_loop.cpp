@@ -1,7 +1,6 @@
 // The live path of a session: audio goes out in slices and results come back, one request at a
 // time, on a thread of its own.
 #include "azure_translator.h"
-
 #include "base64.h"
 #include "debug_trace.h"
 #include "json_scanner.h"
@@ -39,16 +38,15 @@ void AzureTranslator::PushAudio(const std::uint8_t* data, std::uint32_t bytes) {
     }
 }
 
-// Pauses for one poll of the buffer and, while it stays empty, for those behind it, `longestMs` at
-// most; returns how many milliseconds of polls that was. A thread that wakes for each of them would
-// keep the processor from resting through every silence.
+// Sleeps until audio arrives or `longestMs` have passed; returns the time slept, rounded up to
+// whole polls of the buffer. A thread that woke for each poll would keep the processor from resting
+// through every silence.
 DWORD AzureTranslator::PauseForAudio(DWORD longestMs) {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
     if (WaitForSingleObject(wake_.get(), longestMs) == WAIT_TIMEOUT) {
         return longestMs;
     }
-    // What woke it is for the next poll to find.
     const auto waitedMs = static_cast<DWORD>(
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
     const DWORD polls = std::min(waitedMs / kPollPauseMs + 1, longestMs / kPollPauseMs);

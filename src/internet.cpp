@@ -23,3 +23,14 @@ InternetHandle OpenInternet() {
     return InternetHandle(WinHttpOpen(TEXT("KelvarinClient/1.0"), WINHTTP_ACCESS_TYPE_DEFAULT_PROXY,
                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
 }
+
+InternetHandle OpenRequest(const InternetHandle& connection, const WCHAR* method,
+                           const WideString& path, bool https) {
+    return InternetHandle(WinHttpOpenRequest(connection.get(), method, path.c_str(), nullptr,
+                                             WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+                                             https ? WINHTTP_FLAG_SECURE : 0));
+}
+
+WideString KeyStatusPath(const WideString& accessKey) {
+    return TEXT("/key/status?access_key=") + accessKey;
+}

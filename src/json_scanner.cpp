@@ -8,7 +8,7 @@ namespace {
 
 constexpr auto kNone = std::string::npos;
 
-// Position behind the first ':' that follows the first `"key"`.
+// Position after the first ':' that follows the first `"key"`.
 std::optional<std::size_t> FindValue(const std::string& body, std::string_view key) {
     std::string pattern;
     pattern.reserve(key.size() + 2);

@@ -13,7 +13,7 @@ std::string ExtractJsonString(const std::string& body, std::string_view key);
 // True exactly when `true` follows the key's colon, blanks and tabs passed over.
 bool ExtractJsonBool(const std::string& body, std::string_view key);
 
-// What the standard conversion to double makes of the text behind the key's colon; 0.0 when that is
+// What the standard conversion to double makes of the text after the key's colon; 0.0 when that is
 // no number or out of range.
 double ExtractJsonNumber(const std::string& body, std::string_view key);
 

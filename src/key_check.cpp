@@ -23,10 +23,7 @@ DWORD FetchKeyStatus(HttpCaller& caller, const WideString& key, std::string& bod
     if (!connection) {
         return 0;
     }
-    const WideString path = TEXT("/key/status?access_key=") + key;
-    InternetHandle request(WinHttpOpenRequest(connection.get(), TEXT("GET"), path.c_str(), nullptr,
-                                              WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
-                                              access.https ? WINHTTP_FLAG_SECURE : 0));
+    InternetHandle request = OpenRequest(connection, TEXT("GET"), KeyStatusPath(key), access.https);
     if (!request) {
         return 0;
     }
@@ -48,7 +45,7 @@ void RunKeyCheck(const KeyCheckTask& task) {
         PostAnswer(task, ReadKeyAnswer(status, body));
     }
     task.flags->checkInFlight = false;
-    PostMessageW(task.window, kMsgKeyCheckEnded, 0, 0); // behind the flag: a new check may start
+    PostMessageW(task.window, kMsgKeyCheckEnded, 0, 0); // after the flag: a new check may start
 }
 
 } // namespace

@@ -13,7 +13,7 @@
 inline constexpr UINT kMsgKeyStatus = WM_APP + 10;     // lParam: a KeyCheckResult, the receiver's
 inline constexpr UINT kMsgKeyCheckEnded = WM_APP + 11; // another check may begin
 
-// Shared by whoever asks and the thread that asks for him, and living as long as either.
+// Shared by the popup and its check thread; lives as long as either.
 struct KeyCheckFlags {
     std::atomic<bool> checkCancelled{false}; // set by the asker: no answer is wanted any more
     std::atomic<bool> checkInFlight{false};  // cleared by the thread at its end
@@ -21,7 +21,7 @@ struct KeyCheckFlags {
 
 // What a check's thread owns.
 struct KeyCheckTask {
-    const void* asker = nullptr; // goes with the answer; never looked into
+    const void* asker = nullptr; // identifies the sender of the answer; never dereferenced
     HWND window = nullptr;       // gets kMsgKeyStatus unless cancelled, then kMsgKeyCheckEnded
     WideString key;
     std::shared_ptr<HttpCaller> caller;   // this check's; giving it up ends the check at once

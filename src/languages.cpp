@@ -1,5 +1,7 @@
 #include "languages.h"
 
+#include <algorithm>
+
 const std::vector<LanguageEntry> kLanguageSources = {
     {TEXT("中文 (普通话)"), TEXT("zh-CN")},    {TEXT("中文 (粤语)"), TEXT("zh-HK")},
     {TEXT("English (US)"), TEXT("en-US")},     {TEXT("English (UK)"), TEXT("en-GB")},
@@ -24,6 +26,13 @@ const std::vector<LanguageEntry> kLanguageTargets = {
     {TEXT("ภาษาไทย"), TEXT("th")},          {TEXT("Tiếng Việt"), TEXT("vi")},
     {TEXT("Bahasa Indonesia"), TEXT("id")},
 };
+
+int RowOfLanguage(const WideString& code) {
+    const auto row =
+        std::find_if(kLanguageSources.begin(), kLanguageSources.end(),
+                     [&code](const LanguageEntry& language) { return language.code == code; });
+    return static_cast<int>(row - kLanguageSources.begin());
+}
 
 WideString ResolveTargetCode(const WideString& code) {
     // The service tells the two Chinese scripts apart, which the locale's prefix does not.

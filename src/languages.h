@@ -20,6 +20,9 @@ extern const std::vector<LanguageEntry> kLanguageSources;
 // The translation targets. Their names are shown nowhere.
 extern const std::vector<LanguageEntry> kLanguageTargets;
 
+// The row of a speech locale that is in the table.
+int RowOfLanguage(const WideString& code);
+
 // The translation target of a speech locale, such as "pt" of "pt-BR". A locale outside the tables
 // gives the part before its first "-".
 WideString ResolveTargetCode(const WideString& code);

@@ -1,12 +1,13 @@
 // The process: what is set up before the overlay exists, and that there is only one of it.
 #include "overlay_window.h"
+#include "owner.h"
+#include "window_class.h"
 
 #include <windows.h>
-
+#include <objbase.h>
 #include <commctrl.h>
 #include <fcntl.h>
 #include <io.h>
-#include <objbase.h>
 
 #include <cstdio>
 #include <memory>
@@ -49,8 +50,9 @@ void SetUpProcess() {
 }
 
 void BringOtherInstanceToFront() {
+    // scripts/ look for this line.
     EarlyLine(TEXT("[DEBUG] Already running — bringing existing window to front\n"));
-    if (HWND overlay = FindWindowW(TEXT("KelvarinOverlay"), nullptr); overlay != nullptr) {
+    if (HWND overlay = FindWindowW(kOverlayClass, nullptr); overlay != nullptr) {
         ShowWindow(overlay, SW_SHOW);
         SetForegroundWindow(overlay);
     }
@@ -69,16 +71,15 @@ void RunOverlay() {
 int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*former*/, PWSTR /*commandLine*/,
                     int /*show*/) {
     SetUpProcess();
-    HANDLE instance = CreateMutexW(nullptr, TRUE, kInstanceName);
+    OwnedMutex instance(CreateMutexW(nullptr, TRUE, kInstanceName));
     if (GetLastError() == ERROR_ALREADY_EXISTS) {
         BringOtherInstanceToFront();
-        CloseHandle(instance);
+        instance.Reset();
         CoUninitialize();
         return 0;
     }
     RunOverlay();
-    ReleaseMutex(instance);
-    CloseHandle(instance);
+    instance.Reset();
     CoUninitialize();
     EarlyLine(TEXT("[DEBUG] Exiting\n"));
     return 0;

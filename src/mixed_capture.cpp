@@ -1,7 +1,6 @@
 // The mixed mode: two reading threads with a queue each, and one that adds what has arrived. The
 // sources are joined by arrival alone; neither waits for the other.
 #include "audio_capture.h"
-
 #include "debug_trace.h"
 #include "thread_start.h"
 
@@ -12,13 +11,13 @@ namespace {
 // it every tenth sum is torn where they are just that far apart, and more on a busy machine.
 constexpr DWORD kRoundPauseMs = 6;
 
-StreamParts PartsOf(CaptureStream& stream) {
+StreamParts PartsOf(MixedStream& stream) {
     return {stream.device, stream.client, stream.capture, stream.event, stream.fmt, stream.isFloat};
 }
 
 } // namespace
 
-bool AudioCapture::OpenStream(const WideString& deviceId, bool loopback, CaptureStream& stream) {
+bool AudioCapture::OpenStream(const WideString& deviceId, bool loopback, MixedStream& stream) {
     stream.loopback = loopback;
     OpenResult result = OpenDevice(deviceId, loopback, PartsOf(stream));
     if (result.opened) {
@@ -37,7 +36,7 @@ bool AudioCapture::OpenStream(const WideString& deviceId, bool loopback, Capture
     return true;
 }
 
-void AudioCapture::CloseStream(CaptureStream& stream) {
+void AudioCapture::CloseStream(MixedStream& stream) {
     CloseParts(PartsOf(stream));
 }
 
@@ -82,7 +81,7 @@ bool AudioCapture::LaunchMixThreads() {
     return false;
 }
 
-void AudioCapture::StreamReadLoop(const CaptureStream& stream, const std::atomic<bool>& stop,
+void AudioCapture::StreamReadLoop(const MixedStream& stream, const std::atomic<bool>& stop,
                                   std::mutex& mutex, std::vector<std::int16_t>& queue,
                                   HANDLE queued) {
     const MultimediaTask task;

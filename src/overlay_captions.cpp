@@ -32,8 +32,8 @@ WideString MapServiceError(const WideString& raw) {
     return raw.size() > kLongest ? raw.substr(0, kLongest) + TEXT("…") : raw;
 }
 
-// With the results that wait behind the first one: a picture of each would hold up every message
-// behind them. What the user does and one picture come in between from time to time.
+// Takes the first result and those that wait after it, for a limited time: a picture of each would
+// hold up every later message, and taking all of a flood would hold up the user's input.
 void OverlayWindow::OnResults(WPARAM written, LPARAM first) {
     const auto end = std::chrono::steady_clock::now() + kLongestTaking;
     MSG next{};
@@ -73,7 +73,7 @@ void OverlayWindow::AddFinalCaption(const WideString& original, const WideString
     PutCaption(original, translated, false);
 }
 
-// In the place of a pending entry, else behind the last.
+// Replaces a pending entry, else appends one.
 void OverlayWindow::PutCaption(const WideString& original, const WideString& translated,
                                bool pending) {
     const std::lock_guard lock(captionsMutex_);

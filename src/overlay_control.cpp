@@ -1,7 +1,6 @@
 // When a run begins and ends, which sound feeds it, and what the status line says at every step.
-#include "overlay_window.h"
-
 #include "debug_trace.h"
+#include "overlay_window.h"
 #include "stored_values.h"
 #include "thread_start.h"
 
@@ -60,7 +59,7 @@ void OverlayWindow::StopTranslation() {
 
 void OverlayWindow::ToggleSource(bool& source, const WCHAR* storedName) {
     source = !source;
-    WriteStoredNumber(configKey_, storedName, source ? 1 : 0);
+    WriteStoredNumber(configKey_.get(), storedName, source ? 1 : 0);
     if (isRunning_) {
         RestartTranslation();
     } else {
@@ -115,6 +114,7 @@ void OverlayWindow::ShowSourceStatus() {
 
 // The run began with the sources as they stood when it was asked for.
 void OverlayWindow::OnTranslationStarted() {
+    // scripts/ wait for this line.
     DebugTrace(TEXT("[UI] OnTranslationStarted isRunning_=true\n"));
     isRunning_ = true;
     ShowSourceStatus();
@@ -127,6 +127,7 @@ void OverlayWindow::OnTranslationStarted() {
 }
 
 void OverlayWindow::OnTranslationStopped() {
+    // scripts/ wait for this line.
     DebugTrace(TEXT("[UI] OnTranslationStopped isRunning_=false\n"));
     isRunning_ = false;
     SetLiveIndicator(false);

@@ -1,9 +1,9 @@
 // The pointer on the overlay: one left button that presses toolbar buttons, scrolls, resizes and
 // moves the window, and the tooltip. Asks the last paint's geometry where things are.
-#include "overlay_window.h"
-
 #include "dpi.h"
+#include "overlay_window.h"
 #include "stored_values.h"
+#include "theme.h"
 
 #include <algorithm>
 #include <cmath>
@@ -27,7 +27,7 @@ POINT PointerIn(HWND window) {
 }
 
 FontOwner TooltipFont() {
-    return MakeFont(TEXT("Microsoft YaHei UI"), 9.0F, FontStyleRegular);
+    return MakeFont(theme::kTextFamily, 9.0F, FontStyleRegular);
 }
 
 } // namespace
@@ -74,17 +74,14 @@ bool OverlayWindow::PressScrollBar(int x, int y) {
         SetCapture(hwnd_);
         return true;
     }
-    const int maxOffset = MaxScrollOffset();
-    scrollOffset_ = pointer < thumbTop_ ? std::max(scrollOffset_ - captionHeight_, 0)
-                                        : std::min(scrollOffset_ + captionHeight_, maxOffset);
-    scrolledUp_ = scrollOffset_ < maxOffset;
-    Repaint();
+    ScrollTo(scrollOffset_ + (pointer < thumbTop_ ? -captionHeight_ : captionHeight_));
     return true;
 }
 
 void OverlayWindow::OnLeftButtonUp() {
     if (resizing_ || thumbDragging_) {
-        (resizing_ ? resizing_ : thumbDragging_) = false;
+        resizing_ = false;
+        thumbDragging_ = false;
         ReleaseCapture();
         Repaint();
     } else if (dragging_) {
@@ -141,7 +138,7 @@ void OverlayWindow::DragResize(int y) {
     GetWindowRect(hwnd_, &window);
     SetWindowPos(hwnd_, nullptr, window.left, window.top, window.right - window.left, height,
                  SWP_NOZORDER | SWP_NOACTIVATE);
-    WriteStoredNumber(configKey_, TEXT("window_height"), static_cast<DWORD>(height));
+    WriteStoredNumber(configKey_.get(), stored::kWindowHeight, static_cast<DWORD>(height));
     if (popup_->IsVisible()) {
         popup_->Reposition();
     }
@@ -155,9 +152,7 @@ void OverlayWindow::DragThumb(int y) {
     }
     const float moved = static_cast<float>(maxOffset) / (trackHeight_ - thumbHeight_) *
                         static_cast<float>(y - thumbDragStartY_);
-    scrollOffset_ = std::clamp(thumbDragStartOffset_ + static_cast<int>(moved), 0, maxOffset);
-    scrolledUp_ = scrollOffset_ < maxOffset;
-    Repaint();
+    ScrollTo(thumbDragStartOffset_ + static_cast<int>(moved));
 }
 
 void OverlayWindow::DragWindow(int x, int y) {
@@ -186,8 +181,8 @@ void OverlayWindow::OnMouseLeave() {
     mouseTracked_ = false;
     const bool shown = hoverButton_ != kNoButton || pressedButton_ != kNoButton;
     hoverButton_ = kNoButton;
-    if (tooltip_ != nullptr) {
-        ShowWindow(tooltip_, SW_HIDE);
+    if (tooltip_) {
+        ShowWindow(tooltip_.get(), SW_HIDE);
     }
     if (pressedButton_ != kNoButton) {
         pressedButton_ = kNoButton;
@@ -199,8 +194,13 @@ void OverlayWindow::OnMouseLeave() {
 }
 
 void OverlayWindow::OnMouseWheel(int delta) {
+    ScrollTo(scrollOffset_ - delta / kWheelDivisor);
+}
+
+// The view leaves the newest caption, or comes back to it.
+void OverlayWindow::ScrollTo(int offset) {
     const int maxOffset = MaxScrollOffset();
-    scrollOffset_ = std::clamp(scrollOffset_ - delta / kWheelDivisor, 0, maxOffset);
+    scrollOffset_ = std::clamp(offset, 0, maxOffset);
     scrolledUp_ = scrollOffset_ < maxOffset;
     Repaint();
 }
@@ -226,54 +226,16 @@ bool OverlayWindow::ShowResizeCursor() const {
     return true;
 }
 
-// ---- Commands -----------------------------------------------------------------------------------
-
-void OverlayWindow::OnToolbarCommand(int id) {
-    switch (id) {
-    case kSettingsButton:
-        if (popup_->IsVisible()) {
-            popup_->Hide();
-        } else {
-            popup_->Show();
-        }
-        break;
-    case kMicrophoneButton:
-        ToggleSource(useMic_, TEXT("use_mic"));
-        break;
-    case kLoopbackButton:
-        ToggleSource(useLoopback_, TEXT("use_loopback"));
-        break;
-    case kStartButton:
-        StartTranslation();
-        break;
-    case kStopButton:
-        StopTranslation();
-        break;
-    case kClearButton:
-        ClearCaptions();
-        break;
-    case kHideButton:
-        HideOverlay();
-        break;
-    case kTranslationButton:
-        showTranslation_ = !showTranslation_;
-        Repaint();
-        break;
-    default:
-        break;
-    }
-}
-
 // ---- The tooltip --------------------------------------------------------------------------------
 
 // Above its button, at once; hidden for no button.
 void OverlayWindow::ShowTooltip(int id) {
-    if (tooltip_ == nullptr) {
+    if (!tooltip_) {
         return;
     }
     const WCHAR* text = ToolbarTooltip(id);
     if (text == nullptr) {
-        ShowWindow(tooltip_, SW_HIDE);
+        ShowWindow(tooltip_.get(), SW_HIDE);
         return;
     }
     const auto button = std::find_if(buttonRects_.begin(), buttonRects_.end(),
@@ -286,20 +248,16 @@ void OverlayWindow::ShowTooltip(int id) {
     ClientToScreen(hwnd_, &topLeft);
     ClientToScreen(hwnd_, &bottomRight);
 
-    HDC screen = GetDC(nullptr);
-    GpGraphics* graphics = nullptr;
-    Gdiplus::DllExports::GdipCreateFromHDC(screen, &graphics);
+    const ScreenContext screen;
     const RectF box =
-        MeasureText(graphics, text, {0, 0, 400, 40}, TooltipFont().get(),
+        MeasureText(GraphicsOn(screen.get()).get(), text, {0, 0, 400, 40}, TooltipFont().get(),
                     MakeTextFormat(StringAlignmentCenter, StringAlignmentCenter).get());
-    GraphicsOwner(graphics).reset();
-    ReleaseDC(nullptr, screen);
 
     const int width = static_cast<int>(std::ceil(box.Width)) + 16;
     const int height = static_cast<int>(std::ceil(box.Height)) + 6;
     const int centre = (topLeft.x + bottomRight.x) / 2;
-    SetWindowPos(tooltip_, HWND_TOPMOST, centre - width / 2, topLeft.y - height - 10, width, height,
-                 SWP_NOACTIVATE | SWP_SHOWWINDOW);
+    SetWindowPos(tooltip_.get(), HWND_TOPMOST, centre - width / 2, topLeft.y - height - 10, width,
+                 height, SWP_NOACTIVATE | SWP_SHOWWINDOW);
     PaintTooltip(text, width, height);
 }
 
@@ -312,5 +270,5 @@ void OverlayWindow::PaintTooltip(const WCHAR* text, int width, int height) const
     Gdiplus::DllExports::GdipDrawPath(graphics, MakePen(kTooltipOutline, 1.0F).get(), shape.get());
     const FormatOwner centred = MakeTextFormat(StringAlignmentCenter, StringAlignmentCenter);
     DrawTextIn(graphics, text, TooltipFont().get(), kTooltipText, area, centred.get());
-    canvas.PushTo(tooltip_, 255);
+    canvas.PushTo(tooltip_.get(), 255);
 }

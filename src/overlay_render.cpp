@@ -1,8 +1,8 @@
 // The overlay's picture: header, status line and captions, painted as a whole and handed to the
-// layered window. Leaves the geometry behind that pointer input asks for.
-#include "overlay_window.h"
-
+// layered window. Stores the geometry that pointer input asks for.
 #include "dpi.h"
+#include "overlay_window.h"
+#include "theme.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,8 +15,6 @@ namespace {
 constexpr BYTE kOpacity = 220; // of 255, of the whole overlay
 
 constexpr ARGB kBackground = 0xFF0E0E16;
-constexpr ARGB kHeaderTop = 0x16FFFFFF;
-constexpr ARGB kHeaderBottom = 0x00FFFFFF;
 constexpr ARGB kLine = 0x1EFFFFFF; // under the header, and the toolbar's separators
 constexpr ARGB kLiveDot = 0xFF3DDC84;
 constexpr ARGB kLiveHalo = 0x1C3DDC84;
@@ -37,33 +35,29 @@ struct CardColours {
 constexpr CardColours kFinalCard = {0x12FFFFFF, 0x82A5C3FF, 0xF0EFEFEF};
 constexpr CardColours kPendingCard = {0x06FFFFFF, 0x55A5C3FF, 0xAAEFEFEF};
 
-constexpr const WCHAR* kTextFamily = TEXT("Microsoft YaHei UI");
-constexpr const WCHAR* kIconFamily = TEXT("Segoe MDL2 Assets");
+// A text stands this far from its card's left edge, and is narrower than the card by so much.
+constexpr float kCardTextLeft = 10.0F;
+constexpr float kCardTextInset = 14.0F;
+
 constexpr float kTitlePoints = 11.0F;
 constexpr float kStatusPoints = 10.5F;
 constexpr float kOriginalPoints = 10.5F;
 constexpr float kTranslatedPoints = 12.5F;
 
-constexpr WCHAR kCloseGlyph = 0xE106;
-
 FontOwner TextFont(float points) {
-    return MakeFont(kTextFamily, points, FontStyleRegular);
+    return MakeFont(theme::kTextFamily, points, FontStyleRegular);
 }
 FontOwner IconFont(float points) {
-    return MakeFont(kIconFamily, points, FontStyleRegular);
-}
-
-bool IsIcon(WCHAR character) {
-    return character >= 0xE000 && character <= 0xF8FF;
+    return MakeFont(theme::kIconFamily, points, FontStyleRegular);
 }
 
 // Icons and other characters, each run as long as it goes.
 std::vector<WideView> SplitIconRuns(WideView text) {
     std::vector<WideView> runs;
     while (!text.empty()) {
-        const bool icons = IsIcon(text.front());
-        const auto end =
-            std::find_if(text.begin(), text.end(), [icons](WCHAR c) { return IsIcon(c) != icons; });
+        const bool icons = theme::IsIcon(text.front());
+        const auto end = std::find_if(text.begin(), text.end(),
+                                      [icons](WCHAR c) { return theme::IsIcon(c) != icons; });
         const auto length = static_cast<std::size_t>(end - text.begin());
         runs.push_back(text.substr(0, length));
         text.remove_prefix(length);
@@ -93,9 +87,10 @@ constexpr ButtonColours ColoursOf(bool active, bool hovered, bool pressed) {
                    : ButtonColours{0, 0, 0x9BFFFFFF};
 }
 
-void DrawToolbarButton(GpGraphics* graphics, WCHAR glyph, float x, float y, float size, bool active,
-                       bool hovered, bool pressed) {
+void DrawToolbarButton(GpGraphics* graphics, const ToolbarLayout::Button& button, float y,
+                       float size, bool active, bool hovered, bool pressed) {
     const float s = size / 26.0F;
+    const float x = button.x;
     const ButtonColours colours = ColoursOf(active, hovered, pressed);
     if (colours.fill != 0) {
         const PathOwner shape = MakeRoundedRect({x, y, size, size}, s * 6.0F);
@@ -103,10 +98,9 @@ void DrawToolbarButton(GpGraphics* graphics, WCHAR glyph, float x, float y, floa
         GdipDrawPath(graphics, MakePen(colours.outline, 1.0F).get(), shape.get());
     }
     // The size is in the button's own pixels, whatever the font's points are worth here.
-    const float points =
-        (glyph == kCloseGlyph ? 11.0F : 14.0F) * s * 96.0F / static_cast<float>(DpiScale);
+    const float points = button.glyphSize * s * 96.0F / static_cast<float>(DpiScale);
     const FormatOwner centred = MakeTextFormat(StringAlignmentCenter, StringAlignmentCenter);
-    DrawTextIn(graphics, {&glyph, 1}, IconFont(points).get(), colours.glyph,
+    DrawTextIn(graphics, {&button.glyph, 1}, IconFont(points).get(), colours.glyph,
                {x, y + 1.0F, size, size}, centred.get());
 }
 
@@ -131,7 +125,7 @@ void DrawTitle(GpGraphics* graphics, const RectF& area) {
                format.get());
 }
 
-// Of the client area at a width.
+// Width of a card in a client area `width` pixels wide.
 int CardWidth(int width) {
     return width - (S(4) + S(10) + 4) - S(10);
 }
@@ -151,16 +145,13 @@ void OverlayWindow::PaintOverlay(GpGraphics* graphics, int width, int height) {
     GdipFillRectangle(graphics, MakeBrush(kBackground).get(), 0, 0, static_cast<float>(width),
                       static_cast<float>(height));
 
-    const PointF top{0, 0};
-    const PointF bottom{0, static_cast<float>(headerHeight)};
-    GpLineGradient* gradient = nullptr;
-    GdipCreateLineBrush(&top, &bottom, kHeaderTop, kHeaderBottom, WrapModeTile, &gradient);
-    GdipFillRectangle(graphics, BrushOwner(gradient).get(), 0, 0, static_cast<float>(width),
-                      static_cast<float>(headerHeight));
+    const auto headerBottom = static_cast<float>(headerHeight);
+    GdipFillRectangle(
+        graphics, MakeVerticalGradient(headerBottom, theme::kHeaderTop, theme::kHeaderBottom).get(),
+        0, 0, static_cast<float>(width), headerBottom);
 
     DrawHeader(graphics, width);
-    DrawLine(graphics, F(10), static_cast<float>(headerHeight), static_cast<float>(width - S(10)),
-             static_cast<float>(headerHeight));
+    DrawLine(graphics, F(10), headerBottom, static_cast<float>(width - S(10)), headerBottom);
 
     statusHeight_ = 0;
     if (!status_.empty()) {
@@ -183,12 +174,9 @@ void OverlayWindow::DrawHeader(GpGraphics* graphics, int width) {
     }
     buttonRects_.clear();
     for (const ToolbarLayout::Button& button : layout.buttons) {
-        const bool active = (button.id == kMicrophoneButton && useMic_) ||
-                            (button.id == kLoopbackButton && useLoopback_) ||
-                            (button.id == kTranslationButton && showTranslation_);
         const bool hovered = hoverButton_ == button.id;
         const bool pressed = hovered && pressedButton_ == button.id;
-        DrawToolbarButton(graphics, button.glyph, button.x, layout.buttonTop, b, active, hovered,
+        DrawToolbarButton(graphics, button, layout.buttonTop, b, IsLit(button.id), hovered,
                           pressed);
         buttonRects_.push_back(layout.HitRect(button));
     }
@@ -214,7 +202,7 @@ void OverlayWindow::DrawStatusLine(GpGraphics* graphics, int width) {
     std::vector<PlacedRun> runs;
     float total = 0;
     for (const WideView run : SplitIconRuns(status_)) {
-        GpFont* font = IsIcon(run.front()) ? iconFont.get() : textFont.get();
+        GpFont* font = theme::IsIcon(run.front()) ? iconFont.get() : textFont.get();
         const float runWidth =
             MeasureText(graphics, run, {0, 0, 5000, h + 2}, font, measuring.get()).Width;
         runs.push_back({run, font, runWidth});
@@ -250,35 +238,14 @@ void OverlayWindow::DrawCaptions(GpGraphics* graphics, int width, int height, in
 
 namespace {
 
-// Measures the texts of cards of one width.
-class CardMeasurer {
-public:
-    CardMeasurer(GpGraphics* graphics, int cardWidth)
-        : graphics_(graphics),
-          area_(static_cast<float>(S(10)), 0, static_cast<float>(cardWidth), 2000),
-          original_(TextFont(kOriginalPoints)), translated_(TextFont(kTranslatedPoints)) {}
-
-    float operator()(const WideString& text, bool translation) const {
-        return MeasureTextHeight(graphics_, text, area_, Font(translation));
-    }
-    CardTexts operator()(const CaptionEntry& caption, bool showTranslation) const {
-        return {caption.original.empty() ? 0 : (*this)(caption.original, false),
-                caption.translated.empty() || !showTranslation ? 0
-                                                               : (*this)(caption.translated, true)};
-    }
-    GpFont* Font(bool translation) const {
-        return translation ? translated_.get() : original_.get();
-    }
-
-private:
-    GpGraphics* graphics_;
-    RectF area_;
-    FontOwner original_;
-    FontOwner translated_;
+// The fonts of a card's two texts.
+struct CardFonts {
+    FontOwner original = TextFont(kOriginalPoints);
+    FontOwner translated = TextFont(kTranslatedPoints);
 };
 
 void DrawCard(GpGraphics* graphics, const CaptionEntry& caption, const CardTexts& texts,
-              const RectF& card, bool showTranslation, const CardMeasurer& fonts) {
+              const RectF& card, bool showTranslation, const CardFonts& fonts) {
     const CardColours& colours = caption.pending ? kPendingCard : kFinalCard;
     FillRounded(graphics, colours.card, card, 7.0F);
     if (!caption.pending) {
@@ -286,16 +253,16 @@ void DrawCard(GpGraphics* graphics, const CaptionEntry& caption, const CardTexts
     }
     const FormatOwner format =
         MakeTextFormat(StringAlignmentNear, StringAlignmentNear, StringFormatFlagsLineLimit);
-    const float x = card.X + 10.0F;
-    const float width = card.Width - 14.0F;
+    const float x = card.X + kCardTextLeft;
+    const float width = card.Width - kCardTextInset;
     float y = card.Y + 6.0F;
     if (!caption.original.empty()) {
-        DrawTextIn(graphics, caption.original, fonts.Font(false), colours.original,
+        DrawTextIn(graphics, caption.original, fonts.original.get(), colours.original,
                    {x, y, width, texts.original + 2.0F}, format.get());
         y += texts.original + (texts.translated > 0 ? 4.0F : 0.0F);
     }
     if (showTranslation && !caption.translated.empty()) {
-        DrawTextIn(graphics, caption.translated, fonts.Font(true), colours.translated,
+        DrawTextIn(graphics, caption.translated, fonts.translated.get(), colours.translated,
                    {x, y, width, texts.translated + 2.0F}, format.get());
     }
 }
@@ -303,7 +270,13 @@ void DrawCard(GpGraphics* graphics, const CaptionEntry& caption, const CardTexts
 } // namespace
 
 void OverlayWindow::MeasureCards(GpGraphics* graphics, int cardWidth) {
-    const CardMeasurer measure(graphics, cardWidth);
+    const CardFonts fonts;
+    // As wide as DrawCard lets a text be: a line that wraps there must have its height here.
+    const RectF area(0, 0, static_cast<float>(cardWidth) - kCardTextInset, 2000);
+    const auto measure = [&](const WideString& text, bool translation) {
+        return MeasureTextHeight(graphics, text, area,
+                                 (translation ? fonts.translated : fonts.original).get());
+    };
     const std::lock_guard lock(captionsMutex_);
     cardHeights_.Update(captions_, {cardWidth, DpiScale, S(6), showTranslation_}, measure);
     contentHeight_ = cardHeights_.ContentHeight();
@@ -328,7 +301,7 @@ void OverlayWindow::DrawCards(GpGraphics* graphics, const RECT& area) {
     const auto cardWidth = static_cast<float>(area.right - area.left);
     GdipSetClipRect(graphics, left, static_cast<float>(area.top), cardWidth,
                     static_cast<float>(area.bottom - area.top), CombineModeReplace);
-    const CardMeasurer measure(graphics, area.right - area.left);
+    const CardFonts fonts;
     {
         const std::lock_guard lock(captionsMutex_);
         const double above = static_cast<double>(area.top) - scrollOffset_;
@@ -341,10 +314,10 @@ void OverlayWindow::DrawCards(GpGraphics* graphics, const RECT& area) {
             if (caption.Empty()) {
                 continue;
             }
-            const CardTexts texts = measure(caption, showTranslation_);
+            const CardTexts texts = cardHeights_.Texts(i);
             DrawCard(graphics, caption, texts,
                      {left, static_cast<float>(y), cardWidth, texts.CardHeight()}, showTranslation_,
-                     measure);
+                     fonts);
         }
     }
     GdipResetClip(graphics);

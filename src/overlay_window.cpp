@@ -4,6 +4,8 @@
 
 #include "dpi.h"
 #include "stored_values.h"
+#include "theme.h"
+#include "window_class.h"
 #include "window_messages.h"
 #include "windows_additions.h"
 
@@ -11,31 +13,22 @@
 
 namespace {
 
-constexpr const WCHAR* kWindowClass = TEXT("KelvarinOverlay");
-constexpr const WCHAR* kTooltipClass = TEXT("KelvarinTooltip");
-constexpr const WCHAR* kConfigKey = TEXT("Software\\Kelvarin\\Config");
-
 constexpr int kBottomMargin = 80; // pixels between the window and the screen's end, at the start
-constexpr COLORREF kEraseColour = 0x010101;
 
 constexpr UINT_PTR kShowTimer = 1;
 constexpr UINT kShowDelayMs = 300;
 
 constexpr DWORD kOverlayStyle = WS_EX_TOPMOST | WS_EX_TOOLWINDOW | WS_EX_LAYERED | WS_EX_NOACTIVATE;
 
-// The glyphs are those of the toolbar's buttons that the text speaks of.
-constexpr const WCHAR* kFirstRunText = TEXT("Click  \uE713 to setup, then \uE768 to start");
-
-HICON LoadProgramIcon(int size) {
-    return static_cast<HICON>(
-        LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(101), IMAGE_ICON, size, size, 0));
+// With the icons of the buttons that it speaks of.
+WideString FirstRunText() {
+    return WideString(TEXT("Click  ")) + theme::kSettingsIcon + TEXT(" to setup, then ") +
+           theme::kStartIcon + TEXT(" to start");
 }
 
 int ScreenDpi() {
-    HDC screen = GetDC(nullptr);
-    const int dpi = GetDeviceCaps(screen, LOGPIXELSX);
-    ReleaseDC(nullptr, screen);
-    return dpi;
+    const ScreenContext screen;
+    return GetDeviceCaps(screen.get(), LOGPIXELSX);
 }
 
 } // namespace
@@ -43,10 +36,9 @@ int ScreenDpi() {
 // ---- Beginning and end --------------------------------------------------------------------------
 
 OverlayWindow::OverlayWindow() : hInstance_(GetModuleHandleW(nullptr)) {
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, kConfigKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                        &configKey_, nullptr) != 0) {
-        configKey_ = nullptr; // the program goes on without a store
-    }
+    // Without a key the program goes on, and stores nothing.
+    RegCreateKeyExW(HKEY_CURRENT_USER, stored::kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                    configKey_.Receive(), nullptr);
     gdiplus_ = std::make_unique<GdiplusSession>();
 }
 
@@ -57,18 +49,14 @@ OverlayWindow::~OverlayWindow() {
     if (worker_.joinable()) {
         worker_.detach(); // it may be waiting for the network
     }
-    if (tooltip_ != nullptr) {
-        DestroyWindow(tooltip_);
-    }
+    tooltip_.Reset();
     transcript_->Close();
     gdiplus_.reset();
     run_.reset();
     translator_.reset();
     tray_.reset();
     popup_.reset();
-    if (configKey_ != nullptr) {
-        RegCloseKey(configKey_); // behind its last reader
-    }
+    configKey_.Reset(); // after popup_, which reads it
 }
 
 int OverlayWindow::Run() {
@@ -87,21 +75,12 @@ int OverlayWindow::Run() {
 }
 
 void OverlayWindow::RegisterWindowClass() const {
-    static bool registered = false;
-    if (registered) {
-        return;
-    }
-    registered = true;
-    WNDCLASSEXW overlay{};
-    overlay.cbSize = sizeof overlay;
-    overlay.lpfnWndProc = WindowProcedure;
-    overlay.hInstance = hInstance_;
-    overlay.hIcon = LoadProgramIcon(32);
-    overlay.hIconSm = LoadProgramIcon(16);
-    overlay.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    overlay.hbrBackground = CreateSolidBrush(kEraseColour);
-    overlay.lpszClassName = kWindowClass;
-    RegisterClassExW(&overlay);
+    RegisterClassOnce(kOverlayClass, WindowProcedure, [](WNDCLASSEXW& overlay) {
+        overlay.hIcon = LoadProgramIcon(32);
+        overlay.hIconSm = LoadProgramIcon(16);
+        overlay.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+        overlay.hbrBackground = CreateSolidBrush(theme::kWindowClear);
+    });
 }
 
 // At the bottom of the screen, in the middle.
@@ -111,12 +90,12 @@ bool OverlayWindow::CreateOverlay() {
     }
     const int smallest = S(kSmallestOverlayHeight);
     const auto stored = static_cast<int>(
-        ReadStoredNumber(configKey_, TEXT("window_height"), static_cast<DWORD>(smallest)));
+        ReadStoredNumber(configKey_.get(), stored::kWindowHeight, static_cast<DWORD>(smallest)));
     windowHeight_ = std::max(smallest, stored);
     const int width = S(kOverlayWidth);
     const int left = (GetSystemMetrics(SM_CXSCREEN) - width) / 2;
     const int top = GetSystemMetrics(SM_CYSCREEN) - windowHeight_ - kBottomMargin;
-    return CreateWindowExW(kOverlayStyle, kWindowClass, TEXT("Kelvarin"), WS_POPUP, left, top,
+    return CreateWindowExW(kOverlayStyle, kOverlayClass, TEXT("Kelvarin"), WS_POPUP, left, top,
                            width, windowHeight_, nullptr, nullptr, hInstance_, this) != nullptr;
 }
 
@@ -124,34 +103,25 @@ void OverlayWindow::OnCreate() {
     if (const UINT dpi = GetDpiForWindow(hwnd_); dpi != 0) {
         DpiScale = static_cast<int>(dpi);
     }
-    popup_ = std::make_unique<ConfigPopup>(hwnd_, &configKey_,
+    popup_ = std::make_unique<ConfigPopup>(hwnd_, &configKey_.get(),
                                            [this](const ConfigData&) { StartTranslation(); });
     DwmSetWindowAttribute(hwnd_, kWindowCornerPreference, &kRoundCorners, sizeof kRoundCorners);
     tray_ = std::make_unique<TrayIcon>(
         hwnd_, [this] { ToggleOverlay(); }, [this](bool on) { SetClickThrough(on); },
         [this](bool allow) { SetAllowRecording(allow); }, [this] { Exit(); });
     tray_->allowRecording = !excludeFromCapture_;
-    status_ = kFirstRunText;
-    useMic_ = ReadStoredNumber(configKey_, TEXT("use_mic"), 1) != 0;
-    useLoopback_ = ReadStoredNumber(configKey_, TEXT("use_loopback"), 0) != 0;
+    status_ = FirstRunText();
+    useMic_ = ReadStoredNumber(configKey_.get(), stored::kUseMic, 1) != 0;
+    useLoopback_ = ReadStoredNumber(configKey_.get(), stored::kUseLoopback, 0) != 0;
     CreateTooltip();
 }
 
 void OverlayWindow::CreateTooltip() {
-    static bool registered = false;
-    if (!registered) {
-        registered = true;
-        WNDCLASSEXW tooltip{};
-        tooltip.cbSize = sizeof tooltip;
-        tooltip.lpfnWndProc = DefWindowProcW;
-        tooltip.hInstance = hInstance_;
-        tooltip.lpszClassName = kTooltipClass;
-        RegisterClassExW(&tooltip);
-    }
-    tooltip_ = CreateWindowExW(kOverlayStyle | WS_EX_TRANSPARENT, kTooltipClass, nullptr, WS_POPUP,
-                               0, 0, 1, 1, nullptr, nullptr, hInstance_, nullptr);
-    if (tooltip_ != nullptr) {
-        ShowWindow(tooltip_, SW_HIDE);
+    RegisterClassOnce(kTooltipClass, DefWindowProcW, [](WNDCLASSEXW& /*tooltip*/) {});
+    tooltip_.Reset(CreateWindowExW(kOverlayStyle | WS_EX_TRANSPARENT, kTooltipClass, nullptr,
+                                   WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, hInstance_, nullptr));
+    if (tooltip_) {
+        ShowWindow(tooltip_.get(), SW_HIDE);
     }
 }
 
@@ -159,17 +129,12 @@ void OverlayWindow::CreateTooltip() {
 
 LRESULT CALLBACK OverlayWindow::WindowProcedure(HWND hwnd, UINT message, WPARAM wParam,
                                                 LPARAM lParam) {
-    OverlayWindow* overlay = nullptr;
-    if (message == WM_NCCREATE) {
-        const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
-        overlay = static_cast<OverlayWindow*>(creation->lpCreateParams);
-        SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(overlay));
-        overlay->hwnd_ = hwnd;
-    } else {
-        overlay = reinterpret_cast<OverlayWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    auto* const overlay = ObjectOf<OverlayWindow>(hwnd, message, lParam);
+    if (overlay == nullptr) {
+        return DefWindowProcW(hwnd, message, wParam, lParam);
     }
-    return overlay != nullptr ? overlay->HandleMessage(message, wParam, lParam)
-                              : DefWindowProcW(hwnd, message, wParam, lParam);
+    overlay->hwnd_ = hwnd;
+    return overlay->HandleMessage(message, wParam, lParam);
 }
 
 LRESULT OverlayWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
@@ -256,20 +221,17 @@ void OverlayWindow::OnTimer() {
 }
 
 void OverlayWindow::OnPaint() {
-    PAINTSTRUCT paint;
-    BeginPaint(hwnd_, &paint);
+    const PaintContext paint(hwnd_);
     RECT client;
     GetClientRect(hwnd_, &client);
     RenderOverlay(client.right, client.bottom);
-    EndPaint(hwnd_, &paint);
 }
 
 void OverlayWindow::EraseBackground(HDC dc) const {
     RECT client;
     GetClientRect(hwnd_, &client);
-    HBRUSH brush = CreateSolidBrush(kEraseColour);
-    FillRect(dc, &client, brush);
-    DeleteObject(brush);
+    const GdiBrushOwner brush(CreateSolidBrush(theme::kWindowClear));
+    FillRect(dc, &client, brush.get());
 }
 
 // Results that had come before the end are kept: they may be in no file yet.

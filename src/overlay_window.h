@@ -1,11 +1,13 @@
 // The overlay: the program's main window and the owner of everything that outlives a run. Its parts
 // by topic: overlay_window.cpp life and messages, overlay_control.cpp runs, overlay_captions.cpp
-// captions and the service's words, overlay_render.cpp the picture, overlay_input.cpp the pointer.
+// captions and the service's words, overlay_render.cpp the picture, overlay_input.cpp the pointer,
+// overlay_toolbar.cpp the buttons.
 #pragma once
 
 #include "captions.h"
 #include "config_popup.h"
 #include "drawing.h"
+#include "owner.h"
 #include "toolbar.h"
 #include "transcript.h"
 #include "translation_run.h"
@@ -42,6 +44,8 @@ public:
 
 private:
     friend class OverlayProbe; // what the tests look at and press
+    friend std::vector<ToolbarEntry> ToolbarEntries(bool running);
+    friend const WCHAR* ToolbarTooltip(int id);
 
     // Life and messages.
     static LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
@@ -100,7 +104,18 @@ private:
     void DrawCards(Gdiplus::GpGraphics* graphics, const RECT& area);
     void DrawScrollBar(Gdiplus::GpGraphics* graphics, int width);
     void FollowNewest();
+    void ScrollTo(int offset);
     int MaxScrollOffset() const;
+
+    // The toolbar.
+    struct ToolbarRow;
+    struct Toolbar;
+    bool IsLit(int id) const;
+    void OnToolbarCommand(int id);
+    void ToggleSettings();
+    void ToggleMicrophone();
+    void ToggleLoopback();
+    void ToggleTranslation();
 
     // The pointer.
     void OnLeftButtonDown(int x, int y);
@@ -115,13 +130,12 @@ private:
     void Hover(int x, int y);
     int HitTestToolbar(int x, int y) const;
     bool IsOnResizeEdge(int y) const;
-    void OnToolbarCommand(int id);
     void ShowTooltip(int id);
     void PaintTooltip(const WCHAR* text, int width, int height) const;
 
     HWND hwnd_ = nullptr;
     HINSTANCE hInstance_;
-    HKEY configKey_ = nullptr;
+    RegistryKey configKey_;
     std::vector<CaptionEntry> captions_; // oldest first
     std::mutex captionsMutex_;           // guards captions_
     CardHeights cardHeights_;            // of captions_
@@ -172,7 +186,7 @@ private:
     int hoverButton_ = kNoButton;
     int pressedButton_ = kNoButton;
     bool mouseTracked_ = false; // WM_MOUSELEAVE has been asked for
-    HWND tooltip_ = nullptr;
+    WindowOwner tooltip_;
     bool newLogPending_ = true;            // the next start opens a new transcript
     bool showTranslation_ = true;          // not stored
     std::vector<ToolbarRect> buttonRects_; // of the last paint

@@ -3,48 +3,6 @@
 #include "dpi.h"
 
 #include <algorithm>
-#include <array>
-
-namespace {
-
-constexpr ToolbarEntry kBarSeparator{0, kNoButton, true};
-
-// By id.
-constexpr std::array<const WCHAR*, 9> kTooltips = {
-    nullptr,
-    TEXT("Settings"),
-    TEXT("Microphone"),
-    TEXT("Speaker (loopback)"),
-    TEXT("Start recognition"),
-    TEXT("Stop recognition"),
-    TEXT("Clear captions"),
-    TEXT("Hide window"),
-    TEXT("Toggle translation"),
-};
-
-} // namespace
-
-std::vector<ToolbarEntry> ToolbarEntries(bool running) {
-    return {
-        {0xE106, kHideButton, false},
-        {0xE107, kClearButton, false},
-        kBarSeparator,
-        running ? ToolbarEntry{0xE769, kStopButton, false}
-                : ToolbarEntry{0xE768, kStartButton, false},
-        kBarSeparator,
-        {0xE767, kLoopbackButton, false},
-        {0xE720, kMicrophoneButton, false},
-        kBarSeparator,
-        {0xE775, kTranslationButton, false},
-        {0xE713, kSettingsButton, false},
-    };
-}
-
-const WCHAR* ToolbarTooltip(int id) {
-    return id > kNoButton && id < static_cast<int>(kTooltips.size())
-               ? kTooltips[static_cast<std::size_t>(id)]
-               : nullptr;
-}
 
 ToolbarRect ToolbarLayout::HitRect(const Button& button) const {
     return {static_cast<int>(button.x), static_cast<int>(buttonTop),
@@ -54,6 +12,8 @@ ToolbarRect ToolbarLayout::HitRect(const Button& button) const {
 
 ToolbarLayout LayOutToolbar(int width, int headerHeight, bool running) {
     const auto height = static_cast<float>(headerHeight);
+    // A button of 26 pixels has a margin of 8 and a space of 2: every length is so many thirteenths
+    // of the button, whatever its size is.
     const float b = std::min(static_cast<float>(S(26)) * 0.8F, height * 0.65F);
     const float margin = b * 4.0F / 13.0F;
     const std::vector<ToolbarEntry> entries = ToolbarEntries(running);
@@ -73,7 +33,7 @@ ToolbarLayout LayOutToolbar(int width, int headerHeight, bool running) {
             x -= b * 0.5F * 7.0F / 13.0F;
         } else {
             x -= b;
-            layout.buttons.push_back({entry.glyph, entry.id, x});
+            layout.buttons.push_back({entry.glyph, entry.glyphSize, entry.id, x});
             x -= b / 13.0F;
         }
     }

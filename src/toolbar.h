@@ -1,5 +1,5 @@
-// The overlay's toolbar: which buttons there are, what they say and where they stand. Plain data
-// and arithmetic; knows neither how a button is painted nor what it does.
+// The overlay's toolbar: which buttons there are and where they stand. Plain data and arithmetic;
+// the table of the buttons, with what they do, is in overlay_toolbar.cpp.
 #pragma once
 
 #include <windows.h>
@@ -17,11 +17,13 @@ enum ToolbarButton : int {
     kClearButton = 6,
     kHideButton = 7,
     kTranslationButton = 8,
+    kLastButton = kTranslationButton,
 };
 
 // One place of the toolbar: a button, or a separator.
 struct ToolbarEntry {
-    WCHAR glyph; // in the icon font
+    WCHAR glyph;     // in the icon font
+    float glyphSize; // in points of a button 26 pixels wide
     int id;
     bool separator;
 };
@@ -45,6 +47,7 @@ const WCHAR* ToolbarTooltip(int id);
 struct ToolbarLayout {
     struct Button {
         WCHAR glyph;
+        float glyphSize; // as in ToolbarEntry
         int id;
         float x; // left edge
     };

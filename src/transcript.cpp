@@ -1,12 +1,11 @@
 #include "transcript.h"
 
-#include "com_ref.h"
-
 #include <knownfolders.h>
 #include <shlobj.h>
 
 #include <array>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -43,7 +42,7 @@ WideString NumberSuffix(int number) {
 }
 
 struct NewFile {
-    HANDLE file;
+    FileHandle file;
     WideString path;
 };
 
@@ -52,13 +51,13 @@ NewFile CreateNewFile(const WideString& name) {
     for (int number = 1; number <= kMostOfOneName; ++number) {
         const WideString path =
             name + (number == 1 ? WideString() : NumberSuffix(number)) + TEXT(".txt");
-        HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file != INVALID_HANDLE_VALUE || GetLastError() != ERROR_FILE_EXISTS) {
-            return {file, path};
+        FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                    CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file || GetLastError() != ERROR_FILE_EXISTS) {
+            return {std::move(file), path};
         }
     }
-    return {INVALID_HANDLE_VALUE, {}};
+    return {};
 }
 
 bool WriteBytes(HANDLE file, const std::string& bytes) {
@@ -74,12 +73,12 @@ void Transcript::Open(const WideString& langA, const WideString& langB) {
     CloseFile();
     const WideString folder = DesktopFolder() + kFolderName;
     CreateDirectoryW(folder.c_str(), nullptr);
-    const NewFile made = CreateNewFile(folder + TEXT("\\translation_") + langA + TEXT("_") + langB +
-                                       TEXT("_") + FileStamp());
-    if (made.file == INVALID_HANDLE_VALUE) {
+    NewFile made = CreateNewFile(folder + TEXT("\\translation_") + langA + TEXT("_") + langB +
+                                 TEXT("_") + FileStamp());
+    if (!made.file) {
         return;
     }
-    file_ = made.file;
+    file_ = std::move(made.file);
     path_ = made.path;
     head_ =
         "\xEF\xBB\xBF" + // tells editors that the text is UTF-8
@@ -99,7 +98,7 @@ void Transcript::Append(const WideString& original, const WideString& translated
                int{now.wMinute}, int{now.wSecond});
     const std::string entry =
         WideToUtf8(time.data() + original + TEXT("\r\n") + translated + TEXT("\r\n\r\n"));
-    if (file_ == INVALID_HANDLE_VALUE || (!Write(entry) && GetLastError() == ERROR_FILE_INVALID)) {
+    if (!file_ || (!Write(entry) && GetLastError() == ERROR_FILE_INVALID)) {
         Reopen();
         Write(entry);
     }
@@ -114,27 +113,23 @@ void Transcript::Close() {
 // emptied by someone.
 bool Transcript::Write(const std::string& entry) const {
     LARGE_INTEGER size{};
-    if (GetFileSizeEx(file_, &size) != FALSE && size.QuadPart == 0 && !WriteBytes(file_, head_)) {
+    if (GetFileSizeEx(file_.get(), &size) != FALSE && size.QuadPart == 0 &&
+        !WriteBytes(file_.get(), head_)) {
         return false;
     }
-    return entry.empty() || WriteBytes(file_, entry);
+    return entry.empty() || WriteBytes(file_.get(), entry);
 }
 
 // The open file is not the one under its name any more: it was deleted or moved away, or saved anew
 // by an editor, whose copy it goes on in.
 void Transcript::Reopen() {
-    if (file_ != INVALID_HANDLE_VALUE) {
-        CloseHandle(file_);
-    }
+    file_.Reset(); // before the file is opened again: nobody else could write it
     CreateDirectoryW(path_.substr(0, path_.rfind(TEXT('\\'))).c_str(), nullptr);
-    file_ = CreateFileW(path_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                        FILE_ATTRIBUTE_NORMAL, nullptr);
+    file_.Reset(CreateFileW(path_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                            FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 void Transcript::CloseFile() {
-    if (file_ != INVALID_HANDLE_VALUE) {
-        CloseHandle(file_);
-        file_ = INVALID_HANDLE_VALUE;
-    }
+    file_.Reset();
     path_.clear();
 }

@@ -2,6 +2,7 @@
 // silent; without a file the captions are on the screen alone. Knows nothing of runs and windows.
 #pragma once
 
+#include "owner.h"
 #include "wide_text.h"
 
 #include <windows.h>
@@ -30,7 +31,7 @@ private:
     void CloseFile();
 
     std::mutex mutex_; // guards all below; held while the disk is written
-    HANDLE file_ = INVALID_HANDLE_VALUE;
+    FileHandle file_;
     WideString path_;  // of the file; empty when none is open
     std::string head_; // what it begins with
 };

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <windows.h>
-
 #include <shellapi.h>
 
 #include <functional>
@@ -40,6 +39,9 @@ public:
     void RunCommand(UINT id);
 
 private:
+    struct Command;
+    struct Menu;
+
     HWND hwnd_;
     NOTIFYICONDATAW notifyData_{}; // kept for the removal
 

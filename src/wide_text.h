@@ -10,7 +10,7 @@
 // UTF-16 text in 16-bit units: all text inside the program.
 using WideString = std::basic_string<WCHAR>;
 
-// Both take the text up to its terminating zero, so that what stands behind an embedded zero is
+// Both take the text up to its terminating zero, so that what follows an embedded zero is
 // lost, and never fail: what is not well formed becomes U+FFFD.
 std::string WideToUtf8(const WideString& text);
 WideString Utf8ToWide(const std::string& text);

@@ -12,6 +12,10 @@ inline int SignedLow(std::intptr_t value) {
 inline int SignedHigh(std::intptr_t value) {
     return static_cast<std::int16_t>(HIWORD(value));
 }
+// A control's number, in the place where CreateWindowExW takes it.
+inline HMENU ControlNumber(int id) {
+    return reinterpret_cast<HMENU>(static_cast<std::intptr_t>(id));
+}
 inline POINT PointOf(LPARAM lParam) {
     return {SignedLow(lParam), SignedHigh(lParam)};
 }

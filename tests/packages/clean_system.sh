@@ -22,16 +22,14 @@ enter_system() {
 }
 
 leave_system() {
-    local code=$?
     umount --lazy --recursive "$system"/{debs,proc,dev/*,tmp/{sound,.X11-unix}} 2>/dev/null || true
-    return "$code" # for `finish`, which ends with it
 }
-trap 'leave_system || finish; finish' EXIT
+trap 'code=$?; leave_system; finish "$code"' EXIT
 
 # In words, for what runs in the background: the process is then the command's own.
-inside=(chroot "$system" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8)
-inside() { "${inside[@]}" "$@"; }
-apt() {
+inside_command=(chroot "$system" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8)
+inside() { "${inside_command[@]}" "$@"; }
+apt_inside() {
     inside DEBIAN_FRONTEND=noninteractive apt-get --yes --option Dpkg::Use-Pty=0 "$@" \
         >"$private/apt" 2>&1 || {
         cat "$private/apt" >&2

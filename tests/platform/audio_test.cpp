@@ -3,13 +3,15 @@
 #include "audio/lockstep.h"
 #include "audio/packet_ring.h"
 #include "audio_capture.h"
-#include "com_ref.h"
+#include "owner.h"
 #include "support/environment_setting.h"
 #include "support/sound_player.h"
 #include "support/sound_server.h"
 
 #include <audioclient.h>
+#include <gtest/gtest.h>
 #include <ksmedia.h>
+#include <malloc.h>
 #include <mmdeviceapi.h>
 
 #include <algorithm>
@@ -29,9 +31,6 @@
 #include <tuple>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <malloc.h>
 
 namespace {
 

@@ -1,15 +1,12 @@
 // The controls as their parent and the user meet them, without a screen.
 #include <windows.h>
-
+#include <QClipboard>
+#include <QGuiApplication>
 #include <commctrl.h>
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
-
-#include <QClipboard>
-#include <QGuiApplication>
 
 namespace {
 

@@ -2,12 +2,11 @@
 #include "platform/forked_child.h"
 
 #include <windows.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE /*previous*/, LPWSTR commandLine,
                     int /*showCommand*/) {

@@ -1,10 +1,10 @@
 #include "service/scratch_folder.h"
 #include "support/environment_setting.h"
 
-#include <shlobj.h>
 #include <windows.h>
-
 #include <gtest/gtest.h>
+#include <shlobj.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <csignal>
@@ -13,8 +13,6 @@
 #include <iterator>
 #include <ostream>
 #include <string>
-
-#include <sys/resource.h>
 
 namespace {
 

@@ -2,12 +2,12 @@
 // To be made while the test has one thread.
 #pragma once
 
-#include <cstdlib>
-#include <stdexcept>
-
-#include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
 
 class ForkedChild {
 public:

@@ -1,28 +1,27 @@
 // The HTTP room as its callers see it: what goes on the wire byte for byte, when a call returns,
 // and what becomes of servers that stall, break off, vanish or prove nothing.
-#include <winhttp.h>
-
 #include "support/black_hole.h"
 #include "support/environment_setting.h"
 #include "support/scripted_service.h"
 #include "support/test_certificates.h"
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <winhttp.h>
+
 #include <array>
 #include <chrono>
-#include <dlfcn.h>
 #include <future>
 #include <memory>
 #include <mutex>
-#include <netdb.h>
-#include <netinet/in.h>
 #include <optional>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 namespace {

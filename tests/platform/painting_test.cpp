@@ -1,15 +1,12 @@
-#include <windows.h>
-
-#include <gdiplus.h>
-
 #include "painting/fonts.h"
 #include "painting/picture.h"
 #include "painting/text_font.h"
 #include "painting/text_layout.h"
 
-#include <gtest/gtest.h>
-
+#include <windows.h>
 #include <QImage>
+#include <gdiplus.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>

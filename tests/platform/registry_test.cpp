@@ -3,8 +3,9 @@
 #include "support/environment_setting.h"
 
 #include <windows.h>
-
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,9 +15,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 

@@ -6,13 +6,12 @@
 #include "scripted_service.h"
 #include "test_service_url.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
-
-#include <dlfcn.h>
-#include <pthread.h>
 
 namespace {
 // Threads that may still be started by this thread, before one is refused; negative: any number.

@@ -1,17 +1,18 @@
+#include "forked_child.h"
 #include "windowing/input_queue.h"
 #include "windowing/message_loop.h"
 #include "windowing/pixels.h"
 #include "windowing/pushed_picture.h"
 #include "windowing/timers.h"
 
-#include "forked_child.h"
-
 #include <windows.h>
-
+#include <QApplication>
+#include <QKeyEvent>
+#include <QMenu>
 #include <dwmapi.h>
-#include <shellapi.h>
-
 #include <gtest/gtest.h>
+#include <shellapi.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -22,12 +23,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <sys/stat.h>
-
-#include <QApplication>
-#include <QKeyEvent>
-#include <QMenu>
 
 namespace {
 

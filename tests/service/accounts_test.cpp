@@ -1,6 +1,5 @@
 // What both databases promise.
 #include "accounts_place.h"
-
 #include "file_descriptor.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
 #include "certificate.h"
-
 #include "scratch_folder.h"
 
 #include <gtest/gtest.h>

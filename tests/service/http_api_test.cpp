@@ -1,7 +1,7 @@
 // The protocol over a live server in this process.
-#include "http_api.h"
-
+#include "accounts.h"
 #include "file_descriptor.h"
+#include "http_api.h"
 #include "recorded_speech.h"
 #include "scratch_folder.h"
 #include "sessions.h"

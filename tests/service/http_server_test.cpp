@@ -1,8 +1,7 @@
 // The server's bounds as a stranger meets them, byte by byte.
-#include "http_server.h"
-
 #include "certificate.h"
 #include "file_descriptor.h"
+#include "http_server.h"
 #include "scratch_folder.h"
 
 #include <arpa/inet.h>

@@ -1,8 +1,8 @@
 // Billing in memory: exact, whatever becomes of the database meanwhile.
-#include "ledger.h"
-
 #include "accounts_place.h"
 #include "file_descriptor.h"
+#include "ledger.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,7 +1,6 @@
 // A session on recorded speech, with a clock of the test's own: nothing waits.
-#include "session.h"
-
 #include "recorded_speech.h"
+#include "session.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,7 @@
 // Who may have sessions, how many and for how long.
-#include "sessions.h"
-
 #include "recorded_speech.h"
 #include "scratch_folder.h"
+#include "sessions.h"
 #include "sqlite_accounts.h"
 
 #include <gtest/gtest.h>

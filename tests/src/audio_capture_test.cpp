@@ -1,5 +1,4 @@
 #include "audio_capture.h"
-
 #include "pcm_collector.h"
 #include "scripted_endpoints.h"
 

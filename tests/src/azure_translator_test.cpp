@@ -1,5 +1,4 @@
 #include "azure_translator.h"
-
 #include "base64.h"
 #include "scripted_service.h"
 #include "test_service_url.h"

@@ -1,5 +1,4 @@
 #include "debug_trace.h"
-
 #include "wide_text.h"
 
 #include <gtest/gtest.h>

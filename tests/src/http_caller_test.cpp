@@ -1,5 +1,4 @@
 #include "http_caller.h"
-
 #include "scripted_service.h"
 #include "wine.h"
 

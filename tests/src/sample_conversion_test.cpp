@@ -1,6 +1,8 @@
 #include "sample_conversion.h"
 
 #include <gtest/gtest.h>
+#include <ks.h>
+#include <ksmedia.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -8,9 +10,6 @@
 #include <limits>
 #include <random>
 #include <type_traits>
-
-#include <ks.h>
-#include <ksmedia.h>
 
 namespace {
 

@@ -1,14 +1,14 @@
 // An address on loopback whose packets are dropped, as behind a firewall that answers nothing.
 #pragma once
 
-#include <cstdint>
-#include <stdexcept>
-#include <vector>
-
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <vector>
 
 // A listener that nobody serves and whose queue is full: the kernel drops whatever knocks then.
 class BlackHole {

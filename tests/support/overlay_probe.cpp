@@ -1,7 +1,7 @@
 #include "overlay_probe.h"
 
-#include "com_ref.h"
 #include "dpi.h"
+#include "owner.h"
 #include "popup_probe.h"
 #include "stored_values.h"
 #include "test_picture.h"

@@ -33,7 +33,7 @@ public:
                    std::chrono::milliseconds limit = std::chrono::seconds(20));
 
     HWND Window() const { return overlay_->hwnd_; }
-    HWND Tooltip() const { return overlay_->tooltip_; }
+    HWND Tooltip() const { return overlay_->tooltip_.get(); }
     RECT Bounds() const;
     TrayIcon& Tray() { return *overlay_->tray_; }
     LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0);

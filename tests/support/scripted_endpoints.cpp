@@ -1,11 +1,10 @@
 #include "scripted_endpoints.h"
 
 #include <initguid.h>
-
+#include <objbase.h>
 #include <functiondiscoverykeys_devpkey.h>
 #include <ks.h>
 #include <ksmedia.h>
-#include <objbase.h>
 #include <propsys.h>
 
 #include <algorithm>

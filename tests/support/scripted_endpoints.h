@@ -5,7 +5,6 @@
 #include "wide_text.h"
 
 #include <windows.h>
-
 #include <audioclient.h>
 #include <mmdeviceapi.h>
 

@@ -13,14 +13,14 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #else
-#include <openssl/ssl.h>
-
 #include <arpa/inet.h>
-#include <csignal>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <csignal>
 #endif
 
 namespace {

@@ -1,13 +1,13 @@
 // Feeding a play-back stream from the library's loop thread.
 #include "support/sound_player.h"
 
+#include <pulse/pulseaudio.h>
+
 #include <algorithm>
 #include <functional>
 #include <stdexcept>
 #include <utility>
 #include <vector>
-
-#include <pulse/pulseaudio.h>
 
 namespace {
 

@@ -2,6 +2,11 @@
 // this process, so the counts that tests make of threads are those of what they test.
 #include "support/sound_server.h"
 
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -12,11 +17,6 @@
 #include <stdexcept>
 #include <thread>
 #include <vector>
-
-#include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 

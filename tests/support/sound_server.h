@@ -4,13 +4,13 @@
 
 #include "support/environment_setting.h"
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 // Starts a server and makes it the process's own for as long as the object lives (PULSE_SERVER and
 // PULSE_COOKIE), so it is made before the threads that use sound and outlives them; one at a time.

@@ -1,14 +1,13 @@
 #include "application/application.h"
 
 #include <QApplication>
-#include <QLatin1String>
+#include <xcb/xcb.h>
 
+#include <QLatin1String>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-
-#include <xcb/xcb.h>
 
 namespace {
 

@@ -9,12 +9,11 @@ namespace audio {
 namespace {
 
 constexpr std::uint32_t kPacketsPerSecond = 100;
-// Packets to a fragment, which the server delivers at a time. PulseAudio delivers what it has
-// anyway when a device wakes up; smaller fragments cost wake-ups and gain little there. PipeWire
-// works in blocks of a power of two frames and waits until a whole fragment is together: at 20 ms a
-// sample takes longer than 30 ms.
-constexpr std::size_t kPulseAudioFragment = 2;
-constexpr std::size_t kPipeWireFragment = 1;
+// Packets to a fragment, which the server delivers at a time; less would cost wake-ups. PipeWire
+// takes the fragment for a wish and runs every device and program in the greatest power of two
+// frames that fits into the least of all wishes: less than 30 ms would hurry all that plays, and on
+// a busy machine it then loses whole blocks, of what others play as well.
+constexpr std::size_t kFragment = 3;
 // Silence is handed on 60 ms at a time: nobody hears it late, and every wake-up that it does
 // without is one that the processor sleeps through. More would make a reader that is to stop notice
 // it later, since it may look at nothing else meanwhile.
@@ -101,8 +100,8 @@ CaptureStream::Stream CaptureStream::BeginRecording(const std::string& source, b
     buffer.tlength = kServersChoice;
     buffer.prebuf = kServersChoice;
     buffer.minreq = kServersChoice;
-    const std::size_t packets = connection_->IsPipeWire() ? kPipeWireFragment : kPulseAudioFragment;
-    buffer.fragsize = static_cast<std::uint32_t>(packets * packetFrames_ * pa_frame_size(&format));
+    buffer.fragsize =
+        static_cast<std::uint32_t>(kFragment * packetFrames_ * pa_frame_size(&format));
 
     Stream stream(pa_stream_new(connection_->Context(), "Captions", &format, &endpoint_.channels));
     if (stream == nullptr) {

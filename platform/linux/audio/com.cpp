@@ -1,10 +1,11 @@
 // COM's base services: class objects, task memory, property values. Knows of the sound classes
 // only how the enumerator is made.
-#include <objbase.h>
-#include <propidl.h>
-
 #include "audio/com_object.h"
 #include "audio/device_enumerator.h"
+#include "process/never_destroyed.h"
+
+#include <objbase.h>
+#include <propidl.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -63,7 +64,7 @@ private:
 
 // Made at first use and never destroyed: class objects may outlive the static destructors.
 ClassTable& Classes() {
-    static ClassTable& table = *std::make_unique<ClassTable>().release();
+    static ClassTable& table = process::NeverDestroyed<ClassTable>();
     return table;
 }
 

@@ -2,15 +2,14 @@
 // here talks to the server.
 #pragma once
 
-#include <mmdeviceapi.h>
 #include <mmreg.h>
+#include <mmdeviceapi.h>
+#include <pulse/channelmap.h>
+#include <pulse/sample.h>
 
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <pulse/channelmap.h>
-#include <pulse/sample.h>
 
 namespace audio {
 

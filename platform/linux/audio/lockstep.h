@@ -13,7 +13,7 @@ namespace audio {
 
 // The program adds the sources that it mixes by arrival: what each has brought since the last look,
 // from the first sample on. Two devices deliver at phases of their own, so left alone they would
-// take turns, and what should be a sum would be one piece behind the other. Here a packet of a
+// take turns, and what should be a sum would be one piece after the other. Here a packet of a
 // sounding stream waits, readable by nobody, until each of the other sounding streams has one as
 // well; then all hand on the same number in one go, and all readers are woken after that. No timer
 // and no reserve is needed for it: whatever the servers' jitter, a packet waits as long as its

@@ -65,7 +65,7 @@ void PacketRing::HandOn(std::size_t packets) noexcept {
     head_.store(std::min(head + packets, written_), std::memory_order_release);
 }
 
-// Whether the slot behind the one just filled is free, the oldest packet dropped for it if need be.
+// Whether the slot after the one just filled is free, the oldest packet dropped for it if need be.
 bool PacketRing::HaveSlotAfter(std::uint64_t finished) {
     const std::uint64_t slack = slots_.size() - 1;
     std::uint64_t tail = tail_.load(std::memory_order_acquire);

@@ -2,6 +2,7 @@
 #include "audio/server_connection.h"
 
 #include "process/audio_priority.h"
+#include "process/never_destroyed.h"
 
 #include <algorithm>
 #include <mutex>
@@ -90,7 +91,7 @@ std::shared_ptr<ServerConnection> ServerConnection::Current() {
         std::shared_ptr<ServerConnection> connection;
     };
     // Never destroyed: whoever still captures while the process ends may ask for it.
-    static Holder& holder = *std::make_unique<Holder>().release();
+    static Holder& holder = process::NeverDestroyed<Holder>();
     const std::lock_guard lock(holder.mutex);
     if (holder.connection == nullptr || !holder.connection->IsUsable()) {
         holder.connection.reset(new ServerConnection); // NOLINT: the constructor is private
@@ -192,8 +193,6 @@ void ServerConnection::SendQuestions() {
         if (info != nullptr) {
             self->arriving_.defaultSink = Text(info->default_sink_name);
             self->arriving_.defaultSource = Text(info->default_source_name);
-            self->arriving_.onPipeWire =
-                Text(info->server_name).find("PipeWire") != std::string::npos;
         }
         self->OnAnswerPart();
     };

@@ -5,6 +5,8 @@
 #include "audio/endpoint.h"
 #include "audio/lockstep.h"
 
+#include <pulse/pulseaudio.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -12,8 +14,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <pulse/pulseaudio.h>
 
 namespace audio {
 
@@ -32,7 +32,6 @@ struct Devices {
     std::vector<Endpoint> sources;
     std::string defaultSink; // by name; may be none of ours, a monitor for example, or empty
     std::string defaultSource;
-    bool onPipeWire = false; // which speaks PulseAudio's protocol
 
     const std::vector<Endpoint>& Of(EDataFlow flow) const {
         return flow == eRender ? sinks : sources;
@@ -100,8 +99,6 @@ public:
     pa_context* Context() const { return context_.get(); }
     // Streams of one connection hand on in step; under a Lock.
     Lockstep& Steps() { return steps_; }
-    // As far as is known; under a Lock, or on the loop's thread.
-    bool IsPipeWire() const { return devices_ && devices_->onPipeWire; }
     // Waits until `done`, which is asked anew whenever WakeWaiters has been called. False when the
     // server is gone or takes too long. The lock is let go while waiting.
     bool WaitUntil(const Lock& lock, Milliseconds limit, const std::function<bool()>& done);

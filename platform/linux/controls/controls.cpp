@@ -1,10 +1,10 @@
 #include "controls/controls.h"
 
 #include "controls/control.h"
+#include "windowing/window_classes.h"
 
-namespace controls {
-
-std::vector<WNDCLASSEXW> Classes() {
+std::vector<WNDCLASSEXW> windowing::SystemClasses() {
+    using namespace controls;
     const auto make = [](LPCWSTR name, WNDPROC procedure, LPWSTR cursor, UINT style) {
         WNDCLASSEXW one{};
         one.cbSize = sizeof one;
@@ -19,6 +19,8 @@ std::vector<WNDCLASSEXW> Classes() {
             // Each press of a button counts, however quickly they come.
             make(TEXT("BUTTON"), ButtonProcedure, IDC_ARROW, 0)};
 }
+
+namespace controls {
 
 HBRUSH AskForColours(const windowing::Window& control, UINT message, HDC context) {
     return reinterpret_cast<HBRUSH>(SendMessageW(control.parent, message,

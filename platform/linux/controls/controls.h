@@ -4,12 +4,7 @@
 
 #include <windows.h>
 
-#include <vector>
-
 namespace controls {
-
-// "STATIC", "EDIT" and "BUTTON", to be there before any other class.
-std::vector<WNDCLASSEXW> Classes();
 
 LRESULT CALLBACK StaticProcedure(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
 LRESULT CALLBACK EditProcedure(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);

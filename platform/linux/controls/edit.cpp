@@ -8,12 +8,12 @@
 #include "windowing/window_table.h"
 #include "windowing/window_text.h"
 
+#include <QPainter>
+#include <QPointer>
+
 #include <algorithm>
 #include <memory>
 #include <string>
-
-#include <QPainter>
-#include <QPointer>
 
 namespace controls {
 

@@ -2,10 +2,6 @@
 
 #include "windowing/qt_input.h"
 
-#include <algorithm>
-#include <memory>
-#include <utility>
-
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QCoreApplication>
@@ -14,6 +10,10 @@
 #include <QMenu>
 #include <QMouseEvent>
 #include <QWheelEvent>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
 
 namespace controls {
 

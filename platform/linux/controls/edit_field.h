@@ -4,11 +4,10 @@
 #pragma once
 
 #include <windef.h>
-
-#include <functional>
-
 #include <QEvent>
 #include <QLineEdit>
+
+#include <functional>
 
 namespace controls {
 

@@ -6,12 +6,12 @@
 #include "process/handle.h"
 #include "process/last_error.h"
 
-#include <cerrno>
-#include <string>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <string>
 
 namespace files {
 namespace {
@@ -64,7 +64,7 @@ public:
 
 private:
     // Takes the beginning of a text out again whose rest has found no room, unless someone else has
-    // written behind it. Returns what is left of it.
+    // written after it. Returns what is left of it.
     DWORD TakeBack(off_t before, DWORD written) {
         const bool ours = before >= 0 && written > 0 && Size() == before + off_t{written};
         return ours && ftruncate(descriptor_.Number(), before) == 0 ? 0 : written;

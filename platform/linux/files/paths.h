@@ -11,7 +11,7 @@ namespace files {
 
 std::string ToSystemPath(LPCWSTR path);
 
-// With `\`, behind which the program looks for the last part. What is not UTF-8 becomes U+FFFD and
+// With `\`, after which the program looks for the last part. What is not UTF-8 becomes U+FFFD and
 // does not lead back.
 std::u16string ToProgramPath(std::string_view path);
 

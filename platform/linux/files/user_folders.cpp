@@ -2,7 +2,9 @@
 
 #include "files/paths.h"
 
+#include <pwd.h>
 #include <shlobj.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,9 +12,6 @@
 #include <optional>
 #include <string_view>
 #include <vector>
-
-#include <pwd.h>
-#include <unistd.h>
 
 namespace files {
 namespace {
@@ -55,7 +54,7 @@ bool Skip(std::string_view& text, std::string_view expected) {
     return true;
 }
 
-// What stands between the quotes, with `\` taking the meaning of the character behind it. Nothing
+// What stands between the quotes, with `\` taking the meaning of the character after it. Nothing
 // when they are not closed.
 std::optional<std::string> QuotedText(std::string_view text) {
     if (!Skip(text, "\"")) {

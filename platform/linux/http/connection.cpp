@@ -1,11 +1,11 @@
 #include "http/connection.h"
 
-#include <algorithm>
-#include <limits>
-
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <limits>
 
 namespace http {
 namespace {

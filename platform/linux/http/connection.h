@@ -5,14 +5,14 @@
 #include "http/curl_owners.h"
 #include "http/session.h"
 
+#include <poll.h>
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <poll.h>
 
 namespace http {
 

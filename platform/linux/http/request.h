@@ -51,7 +51,7 @@ public:
     // As AwaitBody, and takes up to `room` bytes of what is there.
     std::optional<std::size_t> Take(void* buffer, std::size_t room);
 
-    // From any thread: the operation that waits fails at once, and so do all behind it. What Send
+    // From any thread: the operation that waits fails at once, and so do all later ones. What Send
     // was given is not looked at any more.
     void Close();
 

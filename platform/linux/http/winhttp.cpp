@@ -1,15 +1,16 @@
 // The WinHTTP calls: handles, arguments and wide text, in front of Session, Connection and Request.
 // Knows nothing of the wire.
-#include <winhttp.h>
-
 #include "http/connection.h"
 #include "http/request.h"
 #include "http/session.h"
 #include "http/url.h"
+#include "process/broken_pipes.h"
+#include "process/never_destroyed.h"
 #include "text/utf.h"
 
+#include <winhttp.h>
+
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -88,20 +89,16 @@ private:
 
 OpenHandles& Handles() {
     // Never destroyed: threads may still hold handles when the process ends.
-    static auto* handles = std::make_unique<OpenHandles>().release();
-    return *handles;
+    static OpenHandles& handles = process::NeverDestroyed<OpenHandles>();
+    return handles;
 }
 
 // Once, before anything else of libcurl.
 bool IsLibraryReady() {
     static const bool isReady = [] {
-        // A write to a connection that the server has closed must fail, not end the process.
-        // libcurl leaves that to the program when it is to keep its hands off signals
-        // (CURLOPT_NOSIGNAL).
-        struct sigaction current {};
-        if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
-            std::signal(SIGPIPE, SIG_IGN);
-        }
+        // The server may close a connection while it is written to. libcurl leaves that to the
+        // program when it is to keep its hands off signals (CURLOPT_NOSIGNAL).
+        process::IgnoreBrokenPipes();
         return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
     }();
     return isReady;

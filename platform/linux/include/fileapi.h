@@ -29,7 +29,7 @@ union LARGE_INTEGER {
 // the file was there: ERROR_ALREADY_EXISTS or ERROR_SUCCESS.
 //
 // Unlike on Windows, others can write, rename and delete the file meanwhile. What they write in
-// place stays; what is written here comes behind it.
+// place stays; what is written here comes after it.
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD shareMode, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD attributes, HANDLE templateFile);
 

@@ -4,14 +4,13 @@
 #pragma once
 
 #include <windef.h>
-
 #include <wingdi.h>
 
 using LANGID = WORD;
 constexpr LANGID LANG_NEUTRAL = 0;
 
 namespace painting {
-class Filling; // what a brush fills with, known to the room alone
+class Fill; // what a brush fills with, known to the room alone
 }
 
 namespace Gdiplus {
@@ -115,7 +114,7 @@ public:
     GpBrush(const GpBrush&) = delete;
     GpBrush& operator=(const GpBrush&) = delete;
 
-    virtual const painting::Filling& What() const = 0;
+    virtual const painting::Fill& BrushFill() const = 0;
 };
 class GpSolidFill : public GpBrush {};
 class GpLineGradient : public GpBrush {};

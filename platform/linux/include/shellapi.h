@@ -1,8 +1,8 @@
 // The notification area's icon (room shell/). Declarations only.
 #pragma once
 
-#include <unknwn.h>
 #include <windef.h>
+#include <unknwn.h>
 
 constexpr DWORD NIM_ADD = 0;
 constexpr DWORD NIM_DELETE = 2;

@@ -1,9 +1,9 @@
 // COM's root interfaces. Objects live in the process; there is no marshalling.
 #pragma once
 
-#include <cstring>
-
 #include <windows.h>
+
+#include <cstring>
 
 #define STDMETHODCALLTYPE
 

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <windef.h>
-
 #include <fileapi.h>
 #include <wingdi.h>
 #include <winreg.h>

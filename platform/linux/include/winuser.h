@@ -170,9 +170,6 @@ BOOL IsWindow(HWND window);
 // Whether it is shown, and all that it stands in.
 BOOL IsWindowVisible(HWND window);
 
-// A child's parent, a top-level window's owner.
-HWND GetParent(HWND window);
-BOOL IsChild(HWND parent, HWND window);
 HWND GetDlgItem(HWND parent, int id);
 int GetDlgCtrlID(HWND window);
 // Whether it was disabled before.
@@ -182,7 +179,6 @@ BOOL IsWindowEnabled(HWND window);
 BOOL SetWindowTextW(HWND window, LPCWSTR text);
 // At most `room` - 1 units and the terminator; returns the units without it.
 int GetWindowTextW(HWND window, LPWSTR text, int room);
-int GetWindowTextLengthW(HWND window);
 
 constexpr int GWLP_WNDPROC = -4;
 constexpr int GWL_STYLE = -16;
@@ -341,7 +337,6 @@ HWND SetFocus(HWND window);
 // Negative while the key is down, as of the input message that was fetched last.
 SHORT GetKeyState(int virtualKey);
 // All 256 keys, 0x80 for what is down. What is set holds until the next real key or pointer input.
-BOOL GetKeyboardState(PBYTE keys);
 BOOL SetKeyboardState(LPBYTE keys);
 
 // ---- Controls (room controls/) ----------------------------------------------------------------

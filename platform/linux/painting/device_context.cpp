@@ -8,10 +8,9 @@
 #include "painting/numbers.h"
 #include "painting/picture.h"
 
-#include <wingdi.h>
-
 #include <QApplication>
 #include <QScreen>
+#include <wingdi.h>
 
 #include <utility>
 
@@ -23,8 +22,8 @@ struct Context {
     enum class Kind { Screen, Memory, Foreign };
 
     Kind kind;
-    std::shared_ptr<Surface> surface; // null on the screen, and in memory without a bitmap
-    HGDIOBJ bitmap;                   // the one selected
+    std::shared_ptr<Raster> raster; // null on the screen, and in memory without a bitmap
+    HGDIOBJ bitmap;                 // the one selected
     TextState text;
 };
 
@@ -39,11 +38,11 @@ HGDIOBJ NoBitmap() {
     return &nothing;
 }
 
-HDC AddContext(Context::Kind kind, std::shared_ptr<Surface> surface) {
+HDC AddContext(Context::Kind kind, std::shared_ptr<Raster> raster) {
     TextState text;
     text.font = GetStockObject(SYSTEM_FONT);
     return Contexts().Add(
-        std::make_unique<Context>(Context{kind, std::move(surface), NoBitmap(), std::move(text)}));
+        std::make_unique<Context>(Context{kind, std::move(raster), NoBitmap(), std::move(text)}));
 }
 
 void Deselect(Context& context) {
@@ -51,7 +50,7 @@ void Deselect(Context& context) {
         bitmap->holder = nullptr;
     }
     context.bitmap = NoBitmap();
-    context.surface.reset();
+    context.raster.reset();
 }
 
 bool RemoveContext(HDC dc, Context::Kind kind) {
@@ -78,7 +77,7 @@ HGDIOBJ SelectBitmap(HDC dc, Context& context, HGDIOBJ object) {
     Deselect(context);
     if (bitmap != nullptr) {
         bitmap->holder = dc;
-        context.surface = bitmap->surface;
+        context.raster = bitmap->raster;
         context.bitmap = object;
     }
     return former;
@@ -99,9 +98,9 @@ bool IsContext(HDC dc) {
     return Contexts().Find(dc) != nullptr;
 }
 
-std::shared_ptr<Surface> SurfaceOf(HDC dc) {
+std::shared_ptr<Raster> RasterOf(HDC dc) {
     const Context* context = Contexts().Find(dc);
-    return context == nullptr ? nullptr : context->surface;
+    return context == nullptr ? nullptr : context->raster;
 }
 
 const TextState* TextStateOf(HDC dc) {
@@ -109,8 +108,8 @@ const TextState* TextStateOf(HDC dc) {
 }
 
 QImage* PictureOf(HDC dc) {
-    const std::shared_ptr<Surface> surface = SurfaceOf(dc);
-    return surface == nullptr ? nullptr : surface->Picture();
+    const std::shared_ptr<Raster> raster = RasterOf(dc);
+    return raster == nullptr ? nullptr : raster->Picture();
 }
 
 HDC OpenContext(QImage& picture) {
@@ -118,15 +117,14 @@ HDC OpenContext(QImage& picture) {
 }
 
 HDC OpenContext(QImage& picture, POINT origin, RECT clip) {
-    return AddContext(
-        Context::Kind::Foreign,
-        std::make_shared<Surface>(&picture, QPoint(origin.x, origin.y), RectOf(clip)));
+    return AddContext(Context::Kind::Foreign,
+                      std::make_shared<Raster>(&picture, QPoint(origin.x, origin.y), RectOf(clip)));
 }
 
 void CloseContext(HDC dc) {
-    if (const std::shared_ptr<Surface> surface = SurfaceOf(dc)) {
+    if (const std::shared_ptr<Raster> raster = RasterOf(dc)) {
         if (RemoveContext(dc, Context::Kind::Foreign)) {
-            surface->Forget(); // graphics objects may still hold it
+            raster->Forget(); // graphics objects may still hold it
         }
     }
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "painting/fonts.h"
-#include "painting/surface.h"
+#include "painting/raster.h"
 
 #include <wingdi.h>
 
@@ -12,7 +12,7 @@ namespace painting {
 
 bool IsContext(HDC dc);
 // What drawing on `dc` goes to; null when it has no picture.
-std::shared_ptr<Surface> SurfaceOf(HDC dc);
+std::shared_ptr<Raster> RasterOf(HDC dc);
 
 // How plain text is written on a context.
 struct TextState {

@@ -9,13 +9,13 @@
 
 using painting::AreNumbers;
 using painting::ColourOf;
-using painting::Filling;
+using painting::Fill;
 
 namespace painting {
 
-Filling::Filling(const QBrush& brush) : brush_(brush) {}
+Fill::Fill(const QBrush& brush) : brush_(brush) {}
 
-void Filling::SetStops(const QGradientStops& stops) {
+void Fill::SetStops(const QGradientStops& stops) {
     const auto* former = static_cast<const QLinearGradient*>(brush_.gradient());
     QLinearGradient gradient(former->start(), former->finalStop());
     gradient.setStops(stops);
@@ -36,15 +36,15 @@ namespace {
 
 // A brush of either public type.
 template <typename Base>
-class FillingBrush final : public Base {
+class FilledBrush final : public Base {
 public:
-    explicit FillingBrush(const QBrush& brush) : filling_(brush) {}
+    explicit FilledBrush(const QBrush& brush) : fill_(brush) {}
 
-    const Filling& What() const override { return filling_; }
-    Filling& What() { return filling_; }
+    const Fill& BrushFill() const override { return fill_; }
+    Fill& BrushFill() { return fill_; }
 
 private:
-    Filling filling_;
+    Fill fill_;
 };
 
 } // namespace
@@ -84,7 +84,7 @@ GpStatus GdipCreateSolidFill(ARGB colour, GpSolidFill** brush) {
     if (brush == nullptr) {
         return InvalidParameter;
     }
-    *brush = std::make_unique<FillingBrush<GpSolidFill>>(QBrush(ColourOf(colour))).release();
+    *brush = std::make_unique<FilledBrush<GpSolidFill>>(QBrush(ColourOf(colour))).release();
     return Ok;
 }
 
@@ -106,7 +106,7 @@ GpStatus GdipCreateLineBrush(const GpPointF* from, const GpPointF* to, ARGB firs
     gradient.setColorAt(1, ColourOf(last));
     gradient.setSpread(QGradient::RepeatSpread);
     gradient.setInterpolationMode(QGradient::ComponentInterpolation); // not premultiplied
-    *brush = std::make_unique<FillingBrush<GpLineGradient>>(QBrush(gradient)).release();
+    *brush = std::make_unique<FilledBrush<GpLineGradient>>(QBrush(gradient)).release();
     return Ok;
 }
 
@@ -122,7 +122,7 @@ GpStatus GdipSetLinePresetBlend(GpLineGradient* brush, const ARGB* colours, cons
         stops.append({positions[i], ColourOf(colours[i])});
     }
     // None is made elsewhere.
-    static_cast<FillingBrush<GpLineGradient>*>(brush)->What().SetStops(stops);
+    static_cast<FilledBrush<GpLineGradient>*>(brush)->BrushFill().SetStops(stops);
     return Ok;
 }
 

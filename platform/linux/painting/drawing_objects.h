@@ -1,18 +1,17 @@
 // What GDI+ draws with: brushes, pens and paths. Knows nothing of pictures.
 #pragma once
 
-#include <gdiplus.h>
-
 #include <QBrush>
 #include <QColor>
 #include <QPainterPath>
 #include <QPen>
+#include <gdiplus.h>
 
 namespace painting {
 
-class Filling {
+class Fill {
 public:
-    explicit Filling(const QBrush& brush);
+    explicit Fill(const QBrush& brush);
 
     const QBrush& Brush() const { return brush_; }
     // For a gradient only.

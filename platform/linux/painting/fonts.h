@@ -2,10 +2,9 @@
 // measures of a font's lines. Knows nothing of layout and drawing.
 #pragma once
 
-#include <gdiplus.h>
-
 #include <QFont>
 #include <QString>
+#include <gdiplus.h>
 
 #include <memory>
 #include <optional>

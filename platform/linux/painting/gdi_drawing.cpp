@@ -16,16 +16,16 @@ namespace painting {
 
 namespace {
 
-// Draws by itself, whoever else has graphics on the surface.
+// Draws by itself, whoever else has graphics on the raster.
 template <typename Drawing>
-void DrawOn(Surface& surface, const Drawing& drawing) {
-    surface.Enter();
+void DrawOn(Raster& raster, const Drawing& drawing) {
+    raster.Enter();
     bool changed = false;
-    if (QPainter* painter = surface.PainterFor(nullptr, &changed)) {
+    if (QPainter* painter = raster.PainterFor(nullptr, &changed)) {
         painter->setClipping(false);
         drawing(*painter);
     }
-    surface.Leave();
+    raster.Leave();
 }
 
 // ---- Pictures ---------------------------------------------------------------------------------
@@ -146,13 +146,13 @@ std::u16string_view TextOf(LPCWSTR text, int length) {
 using namespace painting;
 
 int FillRect(HDC dc, const RECT* rectangle, HBRUSH brush) {
-    const std::shared_ptr<Surface> surface = SurfaceOf(dc);
+    const std::shared_ptr<Raster> raster = RasterOf(dc);
     const Brush* fill = BrushOf(brush);
-    if (surface == nullptr || rectangle == nullptr || fill == nullptr) {
+    if (raster == nullptr || rectangle == nullptr || fill == nullptr) {
         return 0;
     }
     if (fill->colour) {
-        DrawOn(*surface,
+        DrawOn(*raster,
                [&](QPainter& painter) { painter.fillRect(RectOf(*rectangle), *fill->colour); });
     }
     return 1;
@@ -160,8 +160,8 @@ int FillRect(HDC dc, const RECT* rectangle, HBRUSH brush) {
 
 BOOL BitBlt(HDC dc, int x, int y, int width, int height, HDC source, int sourceX, int sourceY,
             DWORD operation) {
-    const std::shared_ptr<Surface> to = SurfaceOf(dc);
-    const std::shared_ptr<Surface> from = SurfaceOf(source);
+    const std::shared_ptr<Raster> to = RasterOf(dc);
+    const std::shared_ptr<Raster> from = RasterOf(source);
     const auto number = [](int value) { return static_cast<float>(value); };
     if (to == nullptr || from == nullptr || operation != SRCCOPY ||
         !AreNumbers(number(x), number(y), number(width), number(height), number(sourceX),
@@ -197,8 +197,8 @@ int DrawTextW(HDC dc, LPCWSTR text, int length, LPRECT rectangle, UINT flags) {
         rectangle->bottom = area.y() + plain.Height();
         return plain.Height();
     }
-    if (const std::shared_ptr<Surface> surface = SurfaceOf(dc)) {
-        DrawOn(*surface, [&](QPainter& painter) { plain.Draw(painter, *state); });
+    if (const std::shared_ptr<Raster> raster = RasterOf(dc)) {
+        DrawOn(*raster, [&](QPainter& painter) { plain.Draw(painter, *state); });
     }
     return plain.Top() - area.y() + plain.Height();
 }

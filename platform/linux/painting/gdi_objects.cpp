@@ -61,13 +61,13 @@ bool IsOurFormat(const BITMAPINFOHEADER& header) {
 }
 
 // Null when there is no memory for it.
-std::shared_ptr<Surface> BlackSurface(int width, int height, QImage::Format format) {
+std::shared_ptr<Raster> BlackRaster(int width, int height, QImage::Format format) {
     QImage picture(width, height, format);
     if (picture.isNull()) {
         return nullptr;
     }
     picture.fill(format == QImage::Format_RGB32 ? Qt::black : Qt::transparent);
-    return std::make_shared<Surface>(std::move(picture));
+    return std::make_shared<Raster>(std::move(picture));
 }
 
 } // namespace
@@ -114,15 +114,15 @@ HBITMAP CreateDIBSection(HDC /*dc*/, const BITMAPINFO* info, UINT usage, void** 
         !IsOurFormat(info->bmiHeader)) {
         return nullptr;
     }
-    std::shared_ptr<Surface> surface = BlackSurface(
-        info->bmiHeader.biWidth, -info->bmiHeader.biHeight, QImage::Format_ARGB32_Premultiplied);
-    if (surface == nullptr) {
+    std::shared_ptr<Raster> raster = BlackRaster(info->bmiHeader.biWidth, -info->bmiHeader.biHeight,
+                                                 QImage::Format_ARGB32_Premultiplied);
+    if (raster == nullptr) {
         return nullptr;
     }
     if (bits != nullptr) {
-        *bits = surface->Picture()->bits();
+        *bits = raster->Picture()->bits();
     }
-    return static_cast<HBITMAP>(Add(Bitmap{std::move(surface), nullptr}));
+    return static_cast<HBITMAP>(Add(Bitmap{std::move(raster), nullptr}));
 }
 
 HBITMAP CreateCompatibleBitmap(HDC dc, int width, int height) {
@@ -130,10 +130,10 @@ HBITMAP CreateCompatibleBitmap(HDC dc, int width, int height) {
         height > kLongestSide) {
         return nullptr;
     }
-    std::shared_ptr<Surface> surface =
-        BlackSurface(std::max(width, 1), std::max(height, 1), QImage::Format_RGB32);
-    return surface == nullptr ? nullptr
-                              : static_cast<HBITMAP>(Add(Bitmap{std::move(surface), nullptr}));
+    std::shared_ptr<Raster> raster =
+        BlackRaster(std::max(width, 1), std::max(height, 1), QImage::Format_RGB32);
+    return raster == nullptr ? nullptr
+                             : static_cast<HBITMAP>(Add(Bitmap{std::move(raster), nullptr}));
 }
 
 HBRUSH CreateSolidBrush(COLORREF colour) {

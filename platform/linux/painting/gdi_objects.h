@@ -2,11 +2,10 @@
 #pragma once
 
 #include "painting/fonts.h"
-#include "painting/surface.h"
-
-#include <wingdi.h>
+#include "painting/raster.h"
 
 #include <QColor>
+#include <wingdi.h>
 
 #include <memory>
 #include <optional>
@@ -14,7 +13,7 @@
 namespace painting {
 
 struct Bitmap {
-    std::shared_ptr<Surface> surface;
+    std::shared_ptr<Raster> raster;
     HDC holder = nullptr; // the context that it is selected into
 };
 

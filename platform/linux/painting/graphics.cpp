@@ -17,21 +17,21 @@ using painting::ColourOf;
 
 namespace Gdiplus {
 
-GpGraphics::GpGraphics(std::shared_ptr<painting::Surface> surface) : surface_(std::move(surface)) {
-    if (surface_ != nullptr) {
-        surface_->Enter();
+GpGraphics::GpGraphics(std::shared_ptr<painting::Raster> raster) : raster_(std::move(raster)) {
+    if (raster_ != nullptr) {
+        raster_->Enter();
     }
 }
 
 GpGraphics::~GpGraphics() {
-    if (surface_ != nullptr) {
-        surface_->Leave();
+    if (raster_ != nullptr) {
+        raster_->Leave();
     }
 }
 
 QPainter* GpGraphics::Painter() {
     bool changed = false;
-    QPainter* painter = surface_ == nullptr ? nullptr : surface_->PainterFor(this, &changed);
+    QPainter* painter = raster_ == nullptr ? nullptr : raster_->PainterFor(this, &changed);
     if (painter == nullptr || (settled_ && !changed)) {
         return painter;
     }
@@ -105,7 +105,7 @@ GpStatus GdipCreateFromHDC(HDC dc, GpGraphics** graphics) {
     if (!painting::IsContext(dc)) {
         return InvalidParameter;
     }
-    *graphics = std::make_unique<GpGraphics>(painting::SurfaceOf(dc)).release();
+    *graphics = std::make_unique<GpGraphics>(painting::RasterOf(dc)).release();
     return Ok;
 }
 
@@ -174,7 +174,7 @@ GpStatus GdipFillRectangle(GpGraphics* graphics, GpBrush* brush, REAL x, REAL y,
         return GenericError;
     }
     if (width > 0 && height > 0) {
-        painter->fillRect(QRectF(x, y, width, height), brush->What().Brush());
+        painter->fillRect(QRectF(x, y, width, height), brush->BrushFill().Brush());
     }
     return Ok;
 }
@@ -190,7 +190,7 @@ GpStatus GdipFillEllipse(GpGraphics* graphics, GpBrush* brush, REAL x, REAL y, R
     }
     if (width > 0 && height > 0) {
         painter->setPen(Qt::NoPen);
-        painter->setBrush(brush->What().Brush());
+        painter->setBrush(brush->BrushFill().Brush());
         painter->drawEllipse(QRectF(x, y, width, height));
     }
     return Ok;
@@ -204,7 +204,7 @@ GpStatus GdipFillPath(GpGraphics* graphics, GpBrush* brush, GpPath* path) {
     if (painter == nullptr) {
         return GenericError;
     }
-    painter->fillPath(path->Path(), brush->What().Brush());
+    painter->fillPath(path->Path(), brush->BrushFill().Brush());
     return Ok;
 }
 
@@ -223,7 +223,7 @@ GpStatus GdipFillPolygon(GpGraphics* graphics, GpBrush* brush, const GpPointF* p
     std::transform(points, points + count, std::back_inserter(corners),
                    [](const GpPointF& point) { return QPointF(point.X, point.Y); });
     painter->setPen(Qt::NoPen);
-    painter->setBrush(brush->What().Brush());
+    painter->setBrush(brush->BrushFill().Brush());
     painter->drawPolygon(corners, mode == FillModeWinding ? Qt::WindingFill : Qt::OddEvenFill);
     return Ok;
 }

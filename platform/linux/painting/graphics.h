@@ -1,11 +1,10 @@
 // The graphics object: where drawing goes, and the settings that it has there.
 #pragma once
 
-#include "painting/surface.h"
-
-#include <gdiplus.h>
+#include "painting/raster.h"
 
 #include <QRectF>
+#include <gdiplus.h>
 
 #include <memory>
 #include <optional>
@@ -14,8 +13,8 @@ namespace Gdiplus {
 
 class GpGraphics {
 public:
-    // Without a surface text can be measured, and no more.
-    explicit GpGraphics(std::shared_ptr<painting::Surface> surface);
+    // Without a raster text can be measured, and no more.
+    explicit GpGraphics(std::shared_ptr<painting::Raster> raster);
     ~GpGraphics();
     GpGraphics(const GpGraphics&) = delete;
     GpGraphics& operator=(const GpGraphics&) = delete;
@@ -28,7 +27,7 @@ public:
     void SetClip(std::optional<QRectF> clip);
 
 private:
-    const std::shared_ptr<painting::Surface> surface_;
+    const std::shared_ptr<painting::Raster> raster_;
     bool smooth_ = false;
     std::optional<QRectF> clip_;
     bool settled_ = false; // whether the painter has the two settings above

@@ -6,7 +6,7 @@ namespace painting {
 
 namespace {
 
-// What Qt keeps of a layout was found by measuring.
+// The sizes of a layout and of each unit in it were measured with Qt 6.4.
 TextCache<std::shared_ptr<const LaidOutText>>& Layouts() {
     constexpr std::size_t kMostBytes = std::size_t{1} << 20;
     constexpr std::size_t kLayoutBytes = 1152;

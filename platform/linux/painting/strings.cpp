@@ -3,7 +3,6 @@
 #include "painting/fonts.h"
 #include "painting/graphics.h"
 #include "painting/numbers.h"
-#include "painting/text_cache.h"
 #include "painting/text_layout.h"
 
 #include <algorithm>
@@ -14,8 +13,6 @@ using painting::AreNumbers;
 using painting::Face;
 using painting::LaidOutText;
 using painting::LayoutLimits;
-using painting::LayoutQuestion;
-using painting::TextCache;
 
 namespace Gdiplus {
 
@@ -36,13 +33,6 @@ struct TextSize {
     int lines = 0;
     int fitted = 0; // units of the text that the lines hold
 };
-
-// For every text of a list that may have thousands of them, each measured for every picture.
-TextCache<TextSize>& Sizes() {
-    constexpr std::size_t kMostBytes = std::size_t{3} << 20;
-    static TextCache<TextSize> sizes(kMostBytes, 0, 0);
-    return sizes;
-}
 
 const GpStringFormat& OrDefault(const GpStringFormat* format) {
     static const GpStringFormat none;
@@ -122,16 +112,9 @@ std::shared_ptr<const LaidOutText> Passage::LayOut() const {
 }
 
 TextSize Passage::Size() const {
-    const LayoutLimits limits = Limits();
-    const LayoutQuestion question = painting::QuestionOf(text_, font_.SharedFace(), limits);
-    if (const TextSize* known = Sizes().Find(question)) {
-        return *known;
-    }
-    const LaidOutText laidOut = painting::LayOut(text_, TextFace(), limits);
-    const TextSize size{laidOut.width, static_cast<int>(laidOut.lines.size()),
-                        static_cast<int>(laidOut.fitted)};
-    Sizes().Add(question, size);
-    return size;
+    const LaidOutText laidOut = painting::LayOut(text_, TextFace(), Limits());
+    return {laidOut.width, static_cast<int>(laidOut.lines.size()),
+            static_cast<int>(laidOut.fitted)};
 }
 
 // How far from the start of `room` something of that size begins.
@@ -216,24 +199,6 @@ void DrawLines(QPainter& painter, const LaidOutText& text, const Face& face, con
 }
 
 } // namespace
-
-GpStatus GdiplusStartup(ULONG_PTR* token, const GdiplusStartupInput* input,
-                        GdiplusStartupOutput* /*output*/) {
-    if (token == nullptr || input == nullptr) {
-        return InvalidParameter;
-    }
-    if (input->GdiplusVersion != 1) {
-        return UnsupportedGdiplusVersion;
-    }
-    *token = 1; // nothing is counted: every part makes what it needs when it is asked
-    return Ok;
-}
-
-void GdiplusShutdown(ULONG_PTR /*token*/) {
-    Sizes().Clear();
-    painting::ForgetLayouts();
-    painting::ForgetFaces();
-}
 
 namespace DllExports {
 
@@ -329,7 +294,7 @@ GpStatus GdipDrawString(GpGraphics* graphics, const WCHAR* text, INT length, con
         Passage(text, length, *font, *rectangle, chosen).LayOut();
     painter->save();
     ClipTo(*painter, *rectangle, *laidOut, font->Face());
-    painter->setPen(QPen(brush->What().Brush(), 1));
+    painter->setPen(QPen(brush->BrushFill().Brush(), 1));
     DrawLines(*painter, *laidOut, font->Face(), *rectangle, chosen);
     painter->restore();
     return Ok;

@@ -1,14 +1,13 @@
 // The streams that the program was started with.
-#include <io.h>
 #include <windows.h>
-
-#include <cerrno>
-#include <string_view>
-
 #include <fcntl.h>
+#include <io.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
 
 namespace {
 

@@ -1,9 +1,9 @@
 // An owned file descriptor.
 #pragma once
 
-#include <utility>
-
 #include <unistd.h>
+
+#include <utility>
 
 namespace process {
 

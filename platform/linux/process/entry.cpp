@@ -1,13 +1,13 @@
 // Where the process begins: what Windows sets up before it calls the program's wWinMain.
+#include "process/broken_pipes.h"
+
 #include <windows.h>
-
-#include <clocale>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -20,15 +20,6 @@ void OpenStandardStreams() {
     } while (opened >= 0 && opened <= STDERR_FILENO);
     if (opened > STDERR_FILENO) {
         close(opened);
-    }
-}
-
-// A service or a terminal that goes away shows as a failed write. A handler that is already there
-// stays.
-void IgnoreBrokenPipes() {
-    struct sigaction former {};
-    if (sigaction(SIGPIPE, nullptr, &former) == 0 && former.sa_handler == SIG_DFL) {
-        std::signal(SIGPIPE, SIG_IGN);
     }
 }
 
@@ -45,7 +36,7 @@ constexpr int kShowDefault = 10; // SW_SHOWDEFAULT
 
 int main() {
     OpenStandardStreams();
-    IgnoreBrokenPipes();
+    process::IgnoreBrokenPipes(); // a service or a terminal may go away
     TakeUsersCharacters();
     WCHAR commandLine[] = {0};
     const int result = wWinMain(GetModuleHandleW(nullptr), nullptr, commandLine, kShowDefault);

@@ -10,7 +10,7 @@ namespace process {
 
 // Any thread may set, reset or wait. On a futex rather than a mutex and a condition: a capture sets
 // an event for every packet, and this costs one system call, none when nobody waits. Set touches
-// nothing of the event behind the moment when a waiter may take it, so that the waiter may destroy
+// nothing of the event after the moment when a waiter may take it, so that the waiter may destroy
 // it at once.
 class Event final : public HandleObject {
 public:

@@ -1,14 +1,14 @@
 // Waitable objects: events.
 #include "process/event.h"
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <climits>
 #include <ctime>
 #include <memory>
-
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace process {
 

@@ -7,12 +7,12 @@
 #include "process/runtime_folder.h"
 #include "text/utf.h"
 
-#include <cerrno>
-#include <string>
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
 
 namespace process {
 namespace {

@@ -1,10 +1,10 @@
 #include "process/runtime_folder.h"
 
-#include <cstdlib>
-#include <filesystem>
-
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
 
 namespace process {
 namespace {

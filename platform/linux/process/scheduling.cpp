@@ -2,18 +2,17 @@
 #include "process/audio_priority.h"
 #include "process/poll_pause.h"
 
-#include <avrt.h>
-#include <timeapi.h>
 #include <windows.h>
+#include <avrt.h>
+#include <pthread.h>
+#include <sched.h>
+#include <timeapi.h>
 
 #include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <memory>
 #include <utility>
-
-#include <pthread.h>
-#include <sched.h>
 
 namespace {
 

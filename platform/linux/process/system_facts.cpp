@@ -1,11 +1,10 @@
 // What the program asks of the machine: its name, the time, the debugger.
 #include <windows.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <ctime>
 #include <string_view>
-
-#include <unistd.h>
 
 void GetLocalTime(SYSTEMTIME* time) {
     timespec now{};

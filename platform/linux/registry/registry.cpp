@@ -1,6 +1,7 @@
 // The registry's calls: keys of the current user, each in a file of its own below the user's folder
 // of settings.
 #include "files/user_folders.h"
+#include "process/never_destroyed.h"
 #include "registry/value_store.h"
 #include "text/utf.h"
 
@@ -45,9 +46,9 @@ private:
     std::deque<char> places_; // of every handle that there was
 };
 
-// Made at first use and never destroyed: keys may be closed behind the static destructors.
+// Made at first use and never destroyed: keys may be closed after the static destructors.
 KeyTable& Keys() {
-    static KeyTable& table = *std::make_unique<KeyTable>().release();
+    static KeyTable& table = process::NeverDestroyed<KeyTable>();
     return table;
 }
 

@@ -24,7 +24,7 @@ struct Value {
 class ValueStore {
 public:
     // The file is made if it is not there, for its user's eyes only: there is an access key in it.
-    // A damaged one is put aside, under a name with ".damaged" behind it, and begun anew; one that
+    // A damaged one is put aside, under its name with ".damaged" added, and begun anew; one that
     // cannot be written is only read. Null when there is no way to one.
     static std::unique_ptr<ValueStore> Open(const std::string& path);
 

@@ -1,19 +1,17 @@
 // The icon in the notification area. Knows of the window only that messages can be posted to it.
-#include <windows.h>
-
-#include <shellapi.h>
-
 #include "application/application.h"
 #include "windowing/icons.h"
+
+#include <windows.h>
+#include <QIcon>
+#include <QPixmap>
+#include <QSystemTrayIcon>
+#include <shellapi.h>
 
 #include <algorithm>
 #include <map>
 #include <memory>
 #include <utility>
-
-#include <QIcon>
-#include <QPixmap>
-#include <QSystemTrayIcon>
 
 namespace shell {
 

@@ -1,17 +1,16 @@
 // Popup menus. Knows nothing of what their rows do.
-#include <windows.h>
-
 #include "application/application.h"
 #include "windowing/message_loop.h"
+
+#include <windows.h>
+#include <QAction>
+#include <QMenu>
 
 #include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <QAction>
-#include <QMenu>
 
 namespace shell {
 

@@ -40,7 +40,7 @@ private:
     std::int64_t count_ = 0;
 };
 
-// Reads one character and moves `text` behind it. A malformed sequence is taken up to the first
+// Reads one character and moves `text` past it. A malformed sequence is taken up to the first
 // byte that cannot continue it (Unicode's "maximal subpart" practice) and read as U+FFFD.
 char32_t ReadUtf8(const unsigned char*& text, const unsigned char* end) {
     const unsigned char lead = *text++;
@@ -85,7 +85,7 @@ bool IsLowSurrogate(char32_t unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// Reads one character and moves `text` behind it; a lone surrogate is read as U+FFFD.
+// Reads one character and moves `text` past it; a lone surrogate is read as U+FFFD.
 char32_t ReadUtf16(const WCHAR*& text, const WCHAR* end) {
     const char32_t unit = *text++;
     if (IsHighSurrogate(unit) && text != end && IsLowSurrogate(*text)) {

@@ -72,11 +72,12 @@ int ReadNumber(const WCHAR*& format) {
     return number;
 }
 
-// Reads what stands behind a '%' and moves `format` behind it.
+// Reads what follows a '%' and moves `format` past it.
 Conversion ReadConversion(const WCHAR*& format) {
     Conversion conversion;
     for (; *format == u'-' || *format == u'0'; ++format) {
-        (*format == u'-' ? conversion.leftAlign : conversion.zeroPad) = true;
+        conversion.leftAlign = conversion.leftAlign || *format == u'-';
+        conversion.zeroPad = conversion.zeroPad || *format == u'0';
     }
     conversion.width = ReadNumber(format);
     if (*format == u'.') {

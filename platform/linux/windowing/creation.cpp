@@ -15,11 +15,11 @@
 #include "windowing/window_classes.h"
 #include "windowing/window_table.h"
 
-#include <algorithm>
-#include <utility>
-
 #include <QIcon>
 #include <QPixmap>
+
+#include <algorithm>
+#include <utility>
 
 namespace windowing {
 

@@ -8,19 +8,6 @@
 using windowing::Find;
 using windowing::Window;
 
-HWND GetParent(HWND handle) {
-    const std::shared_ptr<Window> window = Find(handle);
-    if (window == nullptr) {
-        return nullptr;
-    }
-    return window->IsChild() ? window->parent : window->owner;
-}
-
-BOOL IsChild(HWND parent, HWND window) {
-    return parent != nullptr && parent != window && windowing::IsWithin(window, parent) ? TRUE
-                                                                                        : FALSE;
-}
-
 HWND GetDlgItem(HWND handle, int id) {
     const std::shared_ptr<Window> parent = Find(handle);
     if (parent == nullptr) {

@@ -4,6 +4,13 @@
 #include "process/runtime_folder.h"
 #include "windowing/window_table.h"
 
+#include <QSocketNotifier>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -14,14 +21,6 @@
 #include <memory>
 #include <optional>
 #include <utility>
-
-#include <QSocketNotifier>
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace windowing {
 

@@ -3,17 +3,17 @@
 
 #include "application/application.h"
 
-#include <algorithm>
-#include <map>
-#include <memory>
-#include <vector>
-
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QIcon>
 #include <QPixmap>
 #include <QStyle>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <vector>
 
 struct HICON__ {
     QImage picture; // null in a cursor

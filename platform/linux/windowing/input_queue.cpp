@@ -1,5 +1,6 @@
 #include "windowing/input_queue.h"
 
+#include "process/never_destroyed.h"
 #include "windowing/focus.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ using Input = std::variant<PointerInput, KeyInput, ActivationInput>;
 using Inputs = std::deque<Input>;
 
 Inputs& AllInputs() {
-    static Inputs& inputs = *std::make_unique<Inputs>().release();
+    static Inputs& inputs = process::NeverDestroyed<Inputs>();
     return inputs;
 }
 

@@ -14,7 +14,7 @@ namespace {
 constexpr BYTE kDown = 0x80;
 constexpr BYTE kToggled = 0x01;
 
-using Keys = std::array<BYTE, 256>; // as GetKeyboardState has them
+using Keys = std::array<BYTE, 256>; // as SetKeyboardState takes them
 
 Keys& AllKeys() {
     static Keys keys{};
@@ -103,14 +103,6 @@ SHORT GetKeyState(int virtualKey) {
     const unsigned state = ((key & windowing::kDown) != 0 ? 0x8000U : 0U) |
                            ((key & windowing::kToggled) != 0 ? 1U : 0U);
     return static_cast<SHORT>(state);
-}
-
-BOOL GetKeyboardState(PBYTE keys) {
-    if (keys == nullptr) {
-        return FALSE;
-    }
-    std::copy(windowing::AllKeys().begin(), windowing::AllKeys().end(), keys);
-    return TRUE;
 }
 
 BOOL SetKeyboardState(LPBYTE keys) {

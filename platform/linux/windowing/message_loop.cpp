@@ -1,21 +1,22 @@
 #include "windowing/message_loop.h"
 
 #include "application/application.h"
+#include "process/never_destroyed.h"
 #include "windowing/input_queue.h"
 #include "windowing/message_queue.h"
 #include "windowing/painting_cycle.h"
 #include "windowing/timers.h"
 #include "windowing/window_table.h"
 
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QTimer>
+
 #include <algorithm>
 #include <chrono>
 #include <iterator>
 #include <memory>
 #include <optional>
-
-#include <QAbstractEventDispatcher>
-#include <QCoreApplication>
-#include <QTimer>
 
 namespace windowing {
 
@@ -33,7 +34,7 @@ struct Loop {
 
 // Never destroyed: its alarm would meet Qt's statics gone.
 Loop& TheLoop() {
-    static Loop& loop = *std::make_unique<Loop>().release();
+    static Loop& loop = process::NeverDestroyed<Loop>();
     return loop;
 }
 

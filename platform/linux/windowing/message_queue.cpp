@@ -1,11 +1,13 @@
 #include "windowing/message_queue.h"
 
+#include "process/never_destroyed.h"
+
+#include <QAbstractEventDispatcher>
+
 #include <algorithm>
 #include <chrono>
 #include <memory>
 #include <utility>
-
-#include <QAbstractEventDispatcher>
 
 namespace windowing {
 
@@ -56,7 +58,7 @@ std::optional<MSG> MessageQueue::Take(const MessageFilter& filter, bool remove) 
 }
 
 MessageQueue& Queue() {
-    static MessageQueue& queue = *std::make_unique<MessageQueue>().release();
+    static MessageQueue& queue = process::NeverDestroyed<MessageQueue>();
     return queue;
 }
 

@@ -2,11 +2,11 @@
 #include "application/application.h"
 #include "windowing/window_table.h"
 
-#include <algorithm>
-#include <cstdint>
-
 #include <QGuiApplication>
 #include <QScreen>
+
+#include <algorithm>
+#include <cstdint>
 
 namespace windowing {
 

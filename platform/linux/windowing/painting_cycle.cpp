@@ -7,14 +7,13 @@
 #include "windowing/window_table.h"
 #include "windowing/x11.h"
 
+#include <QPainter>
 #include <commctrl.h>
 #include <dwmapi.h>
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
-
-#include <QPainter>
 
 namespace windowing {
 

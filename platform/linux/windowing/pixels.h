@@ -3,12 +3,11 @@
 #pragma once
 
 #include <windef.h>
+#include <QImage>
+#include <QPoint>
 
 #include <optional>
 #include <vector>
-
-#include <QImage>
-#include <QPoint>
 
 namespace windowing {
 

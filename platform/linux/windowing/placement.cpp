@@ -9,13 +9,13 @@
 #include "windowing/surface.h"
 #include "windowing/window_table.h"
 
+#include <QApplication>
+#include <QScreen>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
-
-#include <QApplication>
-#include <QScreen>
 
 namespace windowing {
 

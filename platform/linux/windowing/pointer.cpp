@@ -7,10 +7,10 @@
 #include "windowing/surface.h"
 #include "windowing/window_table.h"
 
+#include <QCursor>
+
 #include <memory>
 #include <utility>
-
-#include <QCursor>
 
 namespace windowing {
 

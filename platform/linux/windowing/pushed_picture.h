@@ -2,7 +2,6 @@
 #pragma once
 
 #include <windef.h>
-
 #include <QImage>
 
 namespace windowing {

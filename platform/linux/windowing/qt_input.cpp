@@ -2,6 +2,10 @@
 
 #include "windowing/input_queue.h"
 
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QWheelEvent>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -9,10 +13,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include <QKeyEvent>
-#include <QMouseEvent>
-#include <QWheelEvent>
 
 namespace windowing {
 

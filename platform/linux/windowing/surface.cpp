@@ -6,15 +6,15 @@
 #include "windowing/qt_input.h"
 #include "windowing/window.h"
 
-#include <algorithm>
-#include <utility>
-
 #include <QCloseEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QWheelEvent>
+
+#include <algorithm>
+#include <utility>
 
 namespace windowing {
 

@@ -5,7 +5,6 @@
 #include "windowing/x11.h"
 
 #include <windows.h>
-
 #include <QImage>
 #include <QWidget>
 

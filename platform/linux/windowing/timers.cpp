@@ -1,5 +1,6 @@
 #include "windowing/timers.h"
 
+#include "process/never_destroyed.h"
 #include "windowing/window.h"
 
 #include <algorithm>
@@ -61,7 +62,7 @@ std::optional<Timers::Clock::time_point> Timers::NextDue() const {
 }
 
 Timers& AllTimers() {
-    static Timers& timers = *std::make_unique<Timers>().release();
+    static Timers& timers = process::NeverDestroyed<Timers>();
     return timers;
 }
 

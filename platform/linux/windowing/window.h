@@ -3,13 +3,12 @@
 #pragma once
 
 #include <windows.h>
+#include <QImage>
 
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <QImage>
 
 class QPainter;
 

@@ -1,6 +1,6 @@
 #include "windowing/window_classes.h"
 
-#include "controls/controls.h"
+#include "process/never_destroyed.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -14,7 +14,7 @@ using Classes = std::deque<WindowClass>; // addresses stay
 
 // Never destroyed: windows may outlive main().
 Classes& AllClasses() {
-    static Classes& classes = *std::make_unique<Classes>().release();
+    static Classes& classes = process::NeverDestroyed<Classes>();
     return classes;
 }
 
@@ -44,10 +44,9 @@ ATOM Add(const WNDCLASSEXW& windowClass) {
     return atom;
 }
 
-// The system's own classes are there before any other.
 void AddSystemClasses() {
     static const bool added = [] {
-        for (const WNDCLASSEXW& windowClass : controls::Classes()) {
+        for (const WNDCLASSEXW& windowClass : SystemClasses()) {
             Add(windowClass);
         }
         return true;

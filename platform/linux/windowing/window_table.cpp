@@ -1,5 +1,6 @@
 #include "windowing/window_table.h"
 
+#include "process/never_destroyed.h"
 #include "windowing/surface.h"
 
 #include <algorithm>
@@ -12,17 +13,17 @@ namespace windowing {
 
 namespace {
 
-// The tables are never destroyed: a window that outlives main() must not take Qt's objects down
-// after Qt's own statics.
-template <typename T>
-T& Everlasting() {
-    static T& table = *std::make_unique<T>().release();
-    return table;
-}
-
 using Handles = std::deque<HWND__>; // addresses stay
 using Windows = std::unordered_map<HWND, std::shared_ptr<Window>>;
 using Stack = std::vector<HWND>; // top-level windows, the lowest first
+
+// Never destroyed: a window that outlives main() must not take Qt's objects down after Qt's own
+// statics.
+template <typename Table>
+Table& The() {
+    static Table& table = process::NeverDestroyed<Table>();
+    return table;
+}
 
 } // namespace
 
@@ -31,13 +32,13 @@ Window::Window() = default;
 Window::~Window() = default;
 
 std::shared_ptr<Window> Find(HWND handle) {
-    const auto& windows = Everlasting<Windows>();
+    const auto& windows = The<Windows>();
     const auto found = windows.find(handle);
     return found == windows.end() ? nullptr : found->second;
 }
 
 HWND NewHandle() {
-    return &Everlasting<Handles>().emplace_back();
+    return &The<Handles>().emplace_back();
 }
 
 RECT Common(const RECT& one, const RECT& other) {
@@ -46,9 +47,9 @@ RECT Common(const RECT& one, const RECT& other) {
 }
 
 void Enter(const std::shared_ptr<Window>& window) {
-    Everlasting<Windows>().emplace(window->handle, window);
+    The<Windows>().emplace(window->handle, window);
     if (!window->IsChild()) {
-        Everlasting<Stack>().push_back(window->handle);
+        The<Stack>().push_back(window->handle);
     } else if (const auto parent = Find(window->parent)) {
         parent->children.push_back(window->handle);
     }
@@ -58,20 +59,20 @@ void Leave(const Window& window) {
     if (const auto parent = Find(window.parent)) {
         std::erase(parent->children, window.handle);
     }
-    std::erase(Everlasting<Stack>(), window.handle);
-    Everlasting<Windows>().erase(window.handle);
+    std::erase(The<Stack>(), window.handle);
+    The<Windows>().erase(window.handle);
 }
 
 std::vector<std::shared_ptr<Window>> TopLevels() {
     std::vector<std::shared_ptr<Window>> all;
-    for (const HWND handle : Everlasting<Stack>()) {
+    for (const HWND handle : The<Stack>()) {
         all.push_back(Find(handle));
     }
     return all;
 }
 
 void RaiseInStack(HWND topLevel) {
-    auto& stack = Everlasting<Stack>();
+    auto& stack = The<Stack>();
     const auto found = std::find(stack.begin(), stack.end(), topLevel);
     if (found != stack.end()) {
         std::rotate(found, found + 1, stack.end());

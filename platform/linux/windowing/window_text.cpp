@@ -38,7 +38,3 @@ int GetWindowTextW(HWND window, LPWSTR text, int room) {
     return static_cast<int>(SendMessageW(window, WM_GETTEXT, static_cast<WPARAM>(room),
                                          reinterpret_cast<LPARAM>(text)));
 }
-
-int GetWindowTextLengthW(HWND window) {
-    return static_cast<int>(SendMessageW(window, WM_GETTEXTLENGTH, 0, 0));
-}

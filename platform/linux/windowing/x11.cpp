@@ -1,15 +1,14 @@
 #include "windowing/x11.h"
 
+#include <QtGui/qguiapplication.h>
+#include <QtGui/qguiapplication_platform.h>
+#include <xcb/shape.h>
+#include <xcb/xcb.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <string>
-
-#include <QtGui/qguiapplication.h>
-#include <QtGui/qguiapplication_platform.h>
-
-#include <xcb/shape.h>
-#include <xcb/xcb.h>
 
 namespace windowing {
 

@@ -3,11 +3,10 @@
 #pragma once
 
 #include <windef.h>
+#include <QtGui/qwindowdefs.h>
 
 #include <optional>
 #include <vector>
-
-#include <QtGui/qwindowdefs.h>
 
 namespace windowing {
 

@@ -5,6 +5,11 @@
 #include "sound_player.h"
 #include "sound_server.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -22,11 +27,6 @@
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -42,17 +42,18 @@ constexpr const char* kUsage =
     "  cost     what listening to silence costs, without what is said to the service\n"
     "  hiss     writes white noise of --rms to the standard output: 48 kHz stereo floats\n"
     "  --server pulseaudio|pipewire (pulseaudio)   --seconds N (5)   --phases N (8)\n"
-    "  --ppm N (200)   --rms N (0.001)   --speech FILE   --out OUT   --least PERCENT (0)\n";
+    "  --ppm N (200)   --rms N (0.001)   --speech FILE   --out OUT\n"
+    "  --least PERCENT (0)   of the packets to be added on average\n"
+    "  --delivered SHARE (0.99)   of real time\n";
 
 constexpr std::uint32_t kRate = 48000;
-constexpr int kPacket = 160;             // samples: 10 ms
-constexpr double kSettleSeconds = 0.1;   // of a stream that has just begun
-constexpr float kFilm = 0.25F;           // what the loudspeaker plays
-constexpr float kVoice = 0.5F;           // what the microphone hears
-constexpr double kLeadSeconds = 1;       // of hiss alone before the speech
-constexpr double kFragmentMs = 30;       // over which the phases are spread
-constexpr double kLeastDelivered = 0.99; // of real time
-constexpr double kMostDelivered = 1.02;
+constexpr int kPacket = 160;            // samples: 10 ms
+constexpr double kSettleSeconds = 0.1;  // of a stream that has just begun
+constexpr float kFilm = 0.25F;          // what the loudspeaker plays
+constexpr float kVoice = 0.5F;          // what the microphone hears
+constexpr double kLeadSeconds = 1;      // of hiss alone before the speech
+constexpr double kFragmentMs = 30;      // over which the phases are spread
+constexpr double kMostDelivered = 1.02; // of real time
 
 using Options = std::map<std::string, std::string>;
 
@@ -123,21 +124,29 @@ double AddedShare(const std::vector<std::int16_t>& samples) {
     return static_cast<double>(added) / static_cast<double>(std::max<std::size_t>(packets, 1));
 }
 
-bool Report(const char* what, const Delivery& delivery, double least) {
+bool IsRealTime(double delivered, const Options& options) {
+    return delivered >= std::stod(options.at("--delivered")) && delivered <= kMostDelivered;
+}
+
+// Prints how many packets were added, and returns that in per cent.
+double Report(const char* what, const Delivery& delivery) {
     const double added = 100 * AddedShare(delivery.samples);
     std::printf("  %-24s added in %6.2f %% of the packets, %.4f of real time delivered\n", what,
                 added, delivery.realTime);
     std::fflush(stdout);
-    return added >= least && (least == 0 || (delivery.realTime >= kLeastDelivered &&
-                                             delivery.realTime <= kMostDelivered));
+    return added;
 }
 
-// ---- Constants
-// -----------------------------------------------------------------------------------
+bool IsEnough(double added, const Options& options) {
+    return added >= std::stod(options.at("--least"));
+}
+
+// ---- Constants ------------------------------------------------------------------------------
 
 bool MeasureSums(const Options& options) {
     const double seconds = std::stod(options.at("--seconds"));
     const int phases = std::stoi(options.at("--phases"));
+    double added = 0;
     bool good = true;
     for (int phase = 0; phase < phases; ++phase) {
         SoundServer server(ServerOf(options));
@@ -152,11 +161,11 @@ bool MeasureSums(const Options& options) {
         server.SetDefaultSink("speaker");
         server.SetDefaultSource("mic");
         const auto delivery = Capture([seconds] { std::this_thread::sleep_for(Seconds(seconds)); });
-        good = Report(("phase " + std::to_string(phase + 1)).c_str(), delivery,
-                      std::stod(options.at("--least"))) &&
-               good;
+        added += Report(("phase " + std::to_string(phase + 1)).c_str(), delivery) / phases;
+        good = good && IsRealTime(delivery.realTime, options);
     }
-    return good;
+    std::printf("  %-24s added in %6.2f %% of the packets\n", "on average", added);
+    return good && IsEnough(added, options);
 }
 
 // A microphone that is a file for the server: whoever writes there is its clock.
@@ -212,12 +221,12 @@ bool MeasureDrift(const Options& options) {
     server.SetDefaultSink("speaker");
     server.SetDefaultSource("mic");
     const auto delivery = Capture([seconds] { std::this_thread::sleep_for(Seconds(seconds)); });
-    return Report((options.at("--ppm") + " ppm, " + options.at("--seconds") + " s").c_str(),
-                  delivery, std::stod(options.at("--least")));
+    const double added =
+        Report((options.at("--ppm") + " ppm, " + options.at("--seconds") + " s").c_str(), delivery);
+    return IsEnough(added, options) && IsRealTime(delivery.realTime, options);
 }
 
-// ---- Speech and hiss
-// -----------------------------------------------------------------------------
+// ---- Speech and hiss ------------------------------------------------------------------------
 
 std::vector<std::int16_t> ReadSamples(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -253,23 +262,22 @@ std::vector<std::int16_t> WithHiss(const std::vector<float>& speech, double rms,
 }
 
 // One process for each phase: the streams of one process keep step with each other.
-pid_t StartRecorder(int phase, int phases, const std::string& path, const int (&end)[2]) {
+pid_t StartRecorder(int phase, const Options& options, const int (&end)[2]) {
     const pid_t process = fork();
     if (process != 0) {
         return process;
     }
     close(end[1]);
-    std::this_thread::sleep_for(
-        std::chrono::duration<double, std::milli>(phase * kFragmentMs / phases));
+    std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(
+        phase * kFragmentMs / std::stoi(options.at("--phases"))));
     int code = 1;
     try {
         const auto delivery = Capture([&end] {
             char none = 0;
             [[maybe_unused]] const auto over = read(end[0], &none, 1); // until the parent closes
         });
-        WriteSamples(path, delivery.samples);
-        const bool good =
-            delivery.realTime >= kLeastDelivered && delivery.realTime <= kMostDelivered;
+        WriteSamples(options.at("--out") + "." + std::to_string(phase + 1), delivery.samples);
+        const bool good = IsRealTime(delivery.realTime, options);
         std::printf("  phase %d: %.4f of real time delivered%s\n", phase + 1, delivery.realTime,
                     good ? "" : ", which it should not");
         code = good ? 0 : 1;
@@ -320,8 +328,7 @@ bool Record(const Options& options) {
     }
     std::vector<pid_t> recorders;
     for (int phase = 0; phase < phases; ++phase) {
-        recorders.push_back(StartRecorder(
-            phase, phases, options.at("--out") + "." + std::to_string(phase + 1), end));
+        recorders.push_back(StartRecorder(phase, options, end));
     }
     close(end[0]);
     SoundPlayer voice("mic_speaker", kRate, 2, 100);
@@ -384,14 +391,15 @@ bool WriteHiss(const Options& options) {
 
 } // namespace
 
-// Exit code 1 when --least is given and not reached, or a recorder got more or less than real time.
+// Exit code 1 when --least or --delivered is not reached, or more than real time is delivered.
 int main(int argumentCount, char** arguments) {
     const std::map<std::string, bool (*)(const Options&)> commands = {
         {"sums", MeasureSums}, {"drift", MeasureDrift}, {"record", Record},
         {"add", Add},          {"cost", MeasureCost},   {"hiss", WriteHiss}};
     Options options = {
         {"--server", "pulseaudio"}, {"--seconds", "5"}, {"--phases", "8"}, {"--ppm", "200"},
-        {"--rms", "0.001"},         {"--speech", ""},   {"--out", ""},     {"--least", "0"}};
+        {"--rms", "0.001"},         {"--speech", ""},   {"--out", ""},     {"--least", "0"},
+        {"--delivered", "0.99"}};
     const auto command = commands.find(argumentCount > 1 ? arguments[1] : "");
     bool understood = command != commands.end() && argumentCount % 2 == 0;
     for (int i = 2; understood && i < argumentCount; i += 2) {

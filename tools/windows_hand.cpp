@@ -4,7 +4,6 @@
 #include "tray_icon.h"
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "painting/surface.h"
+#include "painting/raster.h"
 
 #include <utility>
 
@@ -14,37 +14,37 @@ QImage ViewOf(QImage& picture, const QRect& part) {
 
 } // namespace
 
-Surface::Surface(QImage picture) : own_(std::move(picture)), picture_(&own_), clip_(own_.rect()) {}
+Raster::Raster(QImage picture) : own_(std::move(picture)), picture_(&own_), clip_(own_.rect()) {}
 
-Surface::Surface(QImage* picture, QPoint origin, QRect clip)
+Raster::Raster(QImage* picture, QPoint origin, QRect clip)
     : picture_(picture), origin_(origin), clip_(clip) {}
 
-QRect Surface::Part() const {
+QRect Raster::Part() const {
     return picture_ == nullptr ? QRect() : clip_.intersected(picture_->rect());
 }
 
-bool Surface::IsOpaque() const {
+bool Raster::IsOpaque() const {
     return picture_ != &own_ || own_.format() == QImage::Format_RGB32;
 }
 
-void Surface::Forget() {
+void Raster::Forget() {
     if (painter_.isActive()) {
         painter_.end();
     }
     picture_ = nullptr;
 }
 
-void Surface::Enter() {
+void Raster::Enter() {
     ++users_;
 }
 
-void Surface::Leave() {
+void Raster::Leave() {
     if (--users_ == 0 && painter_.isActive()) {
         painter_.end();
     }
 }
 
-QPainter* Surface::PainterFor(const void* user, bool* changed) {
+QPainter* Raster::PainterFor(const void* user, bool* changed) {
     const QRect part = Part();
     if (part.isEmpty()) {
         return nullptr;

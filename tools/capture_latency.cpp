@@ -24,6 +24,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kBursts = 40;
+constexpr int kPlayersBufferMs = 20;
 constexpr std::uint32_t kRate = 48000;
 constexpr int kAudible = 3000;      // of a burst's 16384; no hiss comes up to it
 constexpr float kHiss = 0.001F;     // rms
@@ -96,7 +97,7 @@ std::optional<double> Measure(const Mode& mode) {
     const std::size_t lead = kRate / 5;
     std::vector<float> burst(2 * (lead + kRate * 3 / 100 + kRate / 10));
     std::fill_n(burst.begin() + static_cast<std::ptrdiff_t>(2 * lead), 2 * kRate * 3 / 100, 0.5f);
-    SoundPlayer player(mode.sink, kRate, 2, 20);
+    SoundPlayer player(mode.sink, kRate, 2, kPlayersBufferMs);
     std::vector<double> delays;
     for (int i = 0; i < kBursts; ++i) {
         ear.Arm();
@@ -157,7 +158,9 @@ int main(int argumentCount, char** arguments) {
         {"mixed, microphone silent", "speaker", false, mixedLimitMs, StartMixed},
         {"mixed, microphone hisses", "speaker", true, mixedLimitMs, StartMixed},
     };
-    std::printf("From handing a sample to the sound server until the consumer has it:\n");
+    std::printf("From handing a sample to the sound server until the consumer has it, the player's "
+                "buffer of %d ms included:\n",
+                kPlayersBufferMs);
     bool within = true;
     for (const Mode& mode : modes) {
         const auto median = Measure(mode);

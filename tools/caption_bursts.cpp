@@ -8,6 +8,8 @@
 #include "scripted_service.h"
 #include "test_service_url.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -18,8 +20,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <unistd.h>
 
 namespace {
 

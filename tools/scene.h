@@ -3,11 +3,10 @@
 #pragma once
 
 #include <windows.h>
-
-#include <cstdio>
-
 #include <poll.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 namespace scene {
 

@@ -8,15 +8,14 @@
 #include "popup_probe.h"
 
 #include <objbase.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <functional>
 #include <string>
-
-#include <poll.h>
-#include <unistd.h>
 
 namespace {
 

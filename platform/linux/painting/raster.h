@@ -11,25 +11,25 @@ namespace painting {
 
 // Premultiplied ARGB, or RGB with 32 bits, which stays opaque. Used by the thread that has the
 // windows.
-class Surface {
+class Raster {
 public:
-    explicit Surface(QImage picture);
-    // `picture` is not owned, and outlives the surface or its Forget. Drawing at 0, 0 lands at
+    explicit Raster(QImage picture);
+    // `picture` is not owned, and outlives the raster or its Forget. Drawing at 0, 0 lands at
     // `origin`, and none lands outside `clip`.
-    Surface(QImage* picture, QPoint origin, QRect clip);
-    Surface(const Surface&) = delete;
-    Surface& operator=(const Surface&) = delete;
+    Raster(QImage* picture, QPoint origin, QRect clip);
+    Raster(const Raster&) = delete;
+    Raster& operator=(const Raster&) = delete;
 
     QImage* Picture() { return picture_; }
     QPoint Origin() const { return origin_; }
     // The part of the picture that is drawn on.
     QRect Part() const;
-    // Whether its pixels are, whatever stands in their alpha.
+    // True when the alpha of its pixels is to be ignored.
     bool IsOpaque() const;
     // From now on there is no picture.
     void Forget();
 
-    // The painter stays open while somebody uses the surface; what it has drawn is in the picture
+    // The painter stays open while somebody uses the raster; what it has drawn is in the picture
     // at once. A user that leaves in between may leave the painter as it likes.
     void Enter();
     void Leave();
@@ -42,7 +42,7 @@ private:
     QImage* picture_;
     const QPoint origin_;
     const QRect clip_;
-    QImage view_; // of that part: it clips for free, and two surfaces can share a picture
+    QImage view_; // of that part: it clips for free, and two rasters can share a picture
     QPainter painter_;
     const void* user_ = nullptr; // whose settings the painter has
     int users_ = 0;
