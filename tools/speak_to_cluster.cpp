@@ -28,6 +28,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kTurn = 4s; // of speech, and of silence behind it
 constexpr auto kSilentStep = 110ms;
+constexpr auto kSlow = 2s;
 constexpr auto kAnotherTry = 200ms;
 constexpr std::int64_t kSamplesPerMs = kRate / 1000;
 
@@ -91,7 +92,11 @@ private:
     void Send(std::span<const std::int16_t> samples) {
         const auto asked = Clock::now();
         const auto answer = Exchange(*client_, key_, id_, samples);
-        longest_ = std::max(longest_, Clock::now() - asked);
+        const Clock::duration took = Clock::now() - asked;
+        longest_ = std::max(longest_, took);
+        if (took > kSlow) {
+            Notice("waited " + std::to_string(took / 1ms) + " ms");
+        }
         const auto count = static_cast<std::int64_t>(samples.size());
         if (answer && answer->status == 200) {
             answered_ += count;
