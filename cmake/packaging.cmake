@@ -67,6 +67,8 @@ install(FILES ${service_files}/kelvarin-service.service
         DESTINATION lib/systemd/system COMPONENT service)
 install(FILES ${service_files}/kelvarin-service.default RENAME kelvarin-service
         DESTINATION /etc/default COMPONENT service)
+install(FILES ${KELVARIN_PACKAGING}/haproxy.cfg
+        DESTINATION share/doc/kelvarin-service/examples COMPONENT service)
 install_compressed(service share/man/man1 ${service_files}/kelvarin-service.1)
 install_compressed(service share/man/man8 ${service_files}/kelvarin-service-admin.8)
 install_documents(service kelvarin-service)
