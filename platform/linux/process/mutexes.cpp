@@ -77,7 +77,7 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* /*security*/, BOOL initiallyOwned, LPCW
         SetLastError(process::ErrorOfErrno(errno));
         return nullptr;
     }
-    SetLastError(first ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+    SetLastError(first ? DWORD{ERROR_SUCCESS} : ERROR_ALREADY_EXISTS);
     return process::MakeHandle(std::make_unique<process::Mutex>(std::move(lock), first));
 }
 
